@@ -1,0 +1,32 @@
+// NSFileManager stand-in: the file operations the helper's logic uses.
+// Operations that change files tell OwnChanges (platform/FileEvents.h) so
+// that event streams which leave out the process's own changes can do so.
+#pragma once
+
+#include <string>
+
+#include "platform/foundation/Error.h"
+
+namespace wf {
+
+class FileManager {
+ public:
+  static FileManager& defaultManager();
+
+  // fileExistsAtPath:isDirectory: (follows symbolic links, as Foundation does).
+  bool fileExistsAtPath(const std::string& path, bool* isDirectory = nullptr) const;
+  // createDirectoryAtPath:withIntermediateDirectories:attributes:error:
+  bool createDirectoryAtPath(const std::string& path, bool intermediates,
+                             OptError* error = nullptr);
+  // removeItemAtPath:error: (recursive for folders, never follows links).
+  bool removeItemAtPath(const std::string& path, OptError* error = nullptr);
+  // copyItemAtPath:toPath:error: for regular files; fails when the
+  // destination exists. Written to a temporary name and renamed into place,
+  // so a reader never sees a partial copy.
+  bool copyItemAtPath(const std::string& src, const std::string& dst, OptError* error = nullptr);
+  // contentsEqualAtPath:andPath: sizes first, then blocks; stops at the
+  // first difference. A missing file is unequal to anything.
+  bool contentsEqualAtPath(const std::string& a, const std::string& b) const;
+};
+
+}  // namespace wf

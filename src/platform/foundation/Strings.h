@@ -1,0 +1,40 @@
+// NSString semantics that the helper's logic relies on, in one place.
+// All strings are UTF-8.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace wf::ns {
+
+// -[NSString boolValue]: YES for a leading "Y", "y", "T", "t" or a digit 1-9
+// after optional blanks, sign and zeros.
+bool boolValue(std::string_view s);
+// -[NSString integerValue]: the leading decimal integer (blanks and sign
+// allowed), saturating; 0 when there is none.
+std::int64_t integerValue(std::string_view s);
+// -[NSString doubleValue].
+double doubleValue(std::string_view s);
+
+// -[NSString lowercaseString] (locale-independent, Unicode data).
+std::string lowercaseString(std::string_view s);
+// -[NSString decomposedStringWithCanonicalMapping] (form D).
+std::string decomposedStringWithCanonicalMapping(std::string_view s);
+// -[NSString compare:] with no options: case-sensitive, canonically
+// equivalent strings compare equal. Returns -1, 0 or 1.
+int compare(std::string_view a, std::string_view b);
+
+bool hasPrefix(std::string_view s, std::string_view prefix);
+bool hasSuffix(std::string_view s, std::string_view suffix);
+
+// Path operations with Foundation's results on edge cases.
+std::string lastPathComponent(std::string_view path);
+std::string stringByDeletingLastPathComponent(std::string_view path);
+std::string pathExtension(std::string_view path);
+std::string stringByDeletingPathExtension(std::string_view path);
+std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
+
+bool isValidUTF8(std::string_view s);
+
+}  // namespace wf::ns
