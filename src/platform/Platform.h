@@ -40,6 +40,19 @@ struct Terminated : std::runtime_error {
   Terminated() : std::runtime_error("terminate:") {}
 };
 
+}  // namespace wf::platform
+
+namespace wf {
+// The platform's exception class: what a failed exchange with another
+// application raises. The main loop catches it around every callback, logs
+// it and goes on, as AppKit does in run-loop callbacks.
+struct NSException : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+}  // namespace wf
+
+namespace wf::platform {
+
 // NSLog and the system log: one record per message.
 class Log {
  public:
