@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/FileEvents.h"
 #include "platform/foundation/Strings.h"
 
 namespace wf {
@@ -141,7 +142,12 @@ bool FileManager::createDirectoryAtPath(const std::string& path, bool intermedia
       if (!createDirectoryAtPath(parent, true, error)) return false;
     }
   }
-  if (mkdir(path.c_str(), 0777) != 0) {
+  int made;
+  {
+    platform::OwnChange own(path);
+    made = mkdir(path.c_str(), 0777);
+  }
+  if (made != 0) {
     int err = errno;
     if (intermediates && err == EEXIST) {
       bool isDir = false;
@@ -165,7 +171,12 @@ bool FileManager::createDirectoryAtPath(const std::string& path, bool intermedia
 
 bool FileManager::removeItemAtPath(const std::string& path, OptError* error) {
   int err = 0;
-  if (removeTree(path, err)) return true;
+  bool removed;
+  {
+    platform::OwnChange own(path);
+    removed = removeTree(path, err);
+  }
+  if (removed) return true;
   if (err == ENOENT) {
     setError(error, cocoaError(kFileNoSuchFile, quoted(path) + " couldn\u2019t be removed.", path, err));
   } else if (err == EACCES || err == EPERM) {
@@ -223,6 +234,7 @@ bool FileManager::copyItemAtPath(const std::string& src, const std::string& dst,
                      ns::lastPathComponent(dst) + ".wfcopy-XXXXXX";
   std::vector<char> name(tmpl.begin(), tmpl.end());
   name.push_back('\0');
+  platform::OwnChange own(dst);  // the temporary and the final name
   int out = mkostemp(name.data(), O_CLOEXEC);
   int err = 0;
   if (out < 0) {

@@ -1,0 +1,165 @@
+// Settings sync through a shared folder: pushing saved list files into the
+// sync folder and announcing changed sync copies to the plug-in. The helper
+// never copies from the sync folder into the local folder itself; the
+// plug-in takes up the file when told.
+#include <string>
+
+#include "app/WFHelperAppDelegate.h"
+#include "paths/Paths.h"
+#include "platform/foundation/FileManager.h"
+#include "platform/foundation/Strings.h"
+
+namespace wf {
+
+namespace {
+
+constexpr int kSyncThroughFolder = 2;
+constexpr const char* kLogKey = "logSettingsSync";
+
+// The list file's path in the plug-in's support folder; empty (a file that
+// never exists) when there is no user Library folder.
+std::string localPathOf(const std::string& fileName) {
+  auto folder = ardelSyncSettingsPathCreateIfNeeded();
+  if (!folder) return {};
+  return ns::stringByAppendingPathComponent(*folder, fileName);
+}
+
+}  // namespace
+
+std::optional<std::string> WFHelperAppDelegate::activeSyncFolderPathCreateIfNecessary(bool create) {
+  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return std::nullopt;
+  Value stored = defaultForKey("syncFolderPath");
+  // Used as stored: no normalisation of slashes, case or links.
+  std::string path = stored.isString() ? stored.asString() : std::string();
+
+  auto& files = FileManager::defaultManager();
+  bool isDirectory = false;
+  if (files.fileExistsAtPath(path, &isDirectory)) {
+    if (isDirectory) return path;
+    NSLog("File existing at SyncFolderPath is not directory! <Path: %@", stored);
+    return std::nullopt;
+  }
+  if (!create) return std::nullopt;
+
+  OptError error;
+  files.createDirectoryAtPath(path, true, &error);
+  // The error object decides, not the returned flag.
+  if (error) {
+    NSLog("Problem creating Sync Folder!\n\tpath: %@\n\terror: %@", stored, *error);
+    return std::nullopt;
+  }
+  return path;
+}
+
+bool WFHelperAppDelegate::pushSyncFile(const std::string& fileName) {
+  auto folder = activeSyncFolderPathCreateIfNecessary(true);
+  if (!folder) return false;
+
+  FileURL destination{ns::stringByAppendingPathComponent(*folder, fileName)};
+  FileURL source{localPathOf(fileName)};
+  WFLogKeyed(kLogKey, "copy %@ to %@", source, destination);
+
+  auto& files = FileManager::defaultManager();
+  if (files.contentsEqualAtPath(destination.path, source.path)) {
+    WFLogKeyed(kLogKey, "source and target files are identical! %@", fileName);
+    return false;
+  }
+
+  // A sync copy that is not there yet makes this fail too: the helper never
+  // seeds the sync folder, it only replaces what is already shared.
+  OptError removeError;
+  files.removeItemAtPath(destination.path, &removeError);
+  if (removeError) {
+    NSLog("Problem removing old file: %@ \n\tError: %@", destination, *removeError);
+    return false;
+  }
+
+  OptError copyError;
+  if (files.copyItemAtPath(source.path, destination.path, &copyError)) {
+    WFLogKeyed(kLogKey, "copy success");
+    return true;
+  }
+  NSLog("error %@", copyError ? copyError->localizedDescription() : std::string());
+  return false;
+}
+
+bool WFHelperAppDelegate::shouldPullSyncFile(const std::string& fileName) {
+  NSLog("shouldPullSyncFile %@", fileName);
+  auto folder = activeSyncFolderPathCreateIfNecessary(false);
+  if (!folder) return false;
+
+  std::string syncCopy = ns::stringByAppendingPathComponent(*folder, fileName);
+  std::string local = localPathOf(fileName);
+  // A missing file on either side counts as different.
+  if (FileManager::defaultManager().contentsEqualAtPath(local, syncCopy)) {
+    WFLogKeyed(kLogKey, "source and target files are identical! %@", fileName);
+    return false;
+  }
+  return true;
+}
+
+void WFHelperAppDelegate::syncFilesDidChange(const std::vector<std::string>& paths) {
+  Array reported(paths.begin(), paths.end());
+  WFLogKeyed(kLogKey, "syncFilesDidChange:%@ returning", Value(std::move(reported)));
+
+  if (fileNameCommandMappings.isNil()) {
+    fileNameCommandMappings = Value(Dictionary{
+        {"WrenfoldKeywords.plist", Value("WrenfoldHelperDidUpdateKeywordsFile")},
+        {"WrenfoldProjects.plist", Value("WrenfoldHelperDidUpdateProjectFile")},
+        {"WrenfoldInboxRules.plist", Value("WrenfoldHelperDidUpdateInboxRulesFile")},
+        {"WrenfoldSmartMailboxes.plist", Value("WrenfoldHelperDidUpdateSmartMailboxesFile")},
+    });
+  }
+
+  auto folder = activeSyncFolderPathCreateIfNecessary(false);
+  if (!folder) return;
+  WFLogKeyed(kLogKey, "syncFilesDidChange %@", *folder);
+
+  // Every reported path is handled, duplicates included.
+  for (const std::string& path : paths) {
+    std::string stem = ns::stringByDeletingLastPathComponent(path);
+    WFLogKeyed(kLogKey, "syncFilesDidChange Stem %@", stem);
+    // Plain string equality: changes in sub-folders are not ours.
+    if (stem != *folder) continue;
+
+    std::string name = ns::lastPathComponent(path);
+    Value notification = fileNameCommandMappings.get(name);
+    WFLogKeyed(kLogKey, "syncFilesDidChange %@", notification);
+    NSLog("syncFilesDidChange %@", notification);
+    if (!notification.isString()) continue;
+
+    if (shouldPullSyncFile(name)) services().notifications->post(notification.asString());
+  }
+}
+
+void WFHelperAppDelegate::keywordsDidChange(const platform::Notification*) {
+  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogKey, "keywords did Change Notification");
+  pushSyncFile("WrenfoldKeywords.plist");
+}
+
+void WFHelperAppDelegate::smartMailboxesDidChange(const platform::Notification*) {
+  WFLogKeyed(kLogKey, "SMBs did Change %ld",
+             static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
+  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogKey, "copy Changed SMB");
+  pushSyncFile("WrenfoldSmartMailboxes.plist");
+}
+
+void WFHelperAppDelegate::rulesDidChange(const platform::Notification*) {
+  WFLogKeyed(kLogKey, "Rules did Change %ld",
+             static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
+  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogKey, "copy Changed Rules");
+  pushSyncFile("WrenfoldInboxRules.plist");
+}
+
+void WFHelperAppDelegate::projectsDidChange(const platform::Notification*) {
+  WFLogKeyed(kLogKey, "Projects did Change %ld",
+             static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
+  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogKey, "copy Changed Projects");
+  pushSyncFile("WrenfoldProjects.plist");
+}
+
+}  // namespace wf

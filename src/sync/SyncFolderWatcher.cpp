@@ -1,0 +1,63 @@
+// The sync-folder watcher: one file-event stream over the sync folder whose
+// callback hands the changed paths to syncFilesDidChange:. The helper's own
+// pushes are left out by the stream (ignoreSelf).
+#include "sync/SyncFolderWatcher.h"
+
+#include "app/WFHelperAppDelegate.h"
+
+namespace wf {
+
+namespace {
+constexpr const char* kLogKey = "logSettingsSync";
+constexpr double kSyncFolderLatency = 1.0;
+}  // namespace
+
+void fseventsSyncFolder_callback(const std::vector<std::string>& eventPaths) {
+  WFLogKeyedFree(kLogKey, "Sync Folder Item did Change calledBack");
+  // Flags and kinds of change do not matter: the filtering by folder and
+  // file name is syncFilesDidChange:'s.
+  if (auto* delegate = WFHelperAppDelegate::shared()) delegate->syncFilesDidChange(eventPaths);
+}
+
+bool WFHelperAppDelegate::startSyncFolderWatcher() {
+  // A running stream stays when syncing is off; preferencesDidChange: stops it.
+  auto path = activeSyncFolderPathCreateIfNecessary(true);
+  if (!path) return false;
+
+  if (_syncFolderStreamRef && currentSyncFolderPath() == path) {
+    WFLogKeyed(kLogKey, "Already watching folder  %@", *path);
+    return true;
+  }
+  if (_syncFolderStreamRef) stopSyncFolderWatcher();
+
+  WFLogKeyed(kLogKey, "starting up Sync Folder Watcher for Path: %@", *path);
+  platform::FileEventStreamParams params;
+  params.paths = {*path};
+  params.latency = kSyncFolderLatency;
+  params.ignoreSelf = true;
+  params.fileEvents = true;
+  if (auto* factory = services().fileEvents)
+    _syncFolderStreamRef = factory->create(params, fseventsSyncFolder_callback);
+
+  if (_syncFolderStreamRef) {
+    if (_syncFolderStreamRef->start()) {
+      WFLogKeyed(kLogKey, "Successfully set up SyncFolder Listener");
+      setCurrentSyncFolderPath(path);
+      return true;
+    }
+    WFLogKeyed(kLogKey, "failed to start the SyncFolder Listener\n");
+  }
+  _syncFolderStreamRef.reset();
+  return false;
+}
+
+void WFHelperAppDelegate::stopSyncFolderWatcher() {
+  if (_syncFolderStreamRef) {
+    WFLogKeyed(kLogKey, "stopSyncFolderWatcher ");
+    _syncFolderStreamRef->stop();
+    _syncFolderStreamRef.reset();
+  }
+  setCurrentSyncFolderPath(std::nullopt);
+}
+
+}  // namespace wf
