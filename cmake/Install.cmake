@@ -1,0 +1,76 @@
+# Installation layout (GNUInstallDirs) and the Debian package.
+foreach(program wrenfold-helper openmeta wf-plutil wf-defaults)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
+endforeach()
+
+# Resources: an installed helper finds them in share/wrenfold-helper beside bin/.
+install(FILES ${PROJECT_SOURCE_DIR}/resources/Info.plist
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenfold-helper)
+file(GLOB WF_TEXT_RESOURCES ${PROJECT_SOURCE_DIR}/resources/*.txt)
+if(WF_TEXT_RESOURCES)
+  install(FILES ${WF_TEXT_RESOURCES} DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenfold-helper)
+endif()
+file(GLOB WF_DBUS_INTERFACES ${PROJECT_SOURCE_DIR}/resources/dbus/*.xml)
+install(FILES ${WF_DBUS_INTERFACES} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
+
+# The systemd user unit.
+configure_file(${PROJECT_SOURCE_DIR}/resources/systemd/wrenfold-helper.service.in
+               ${PROJECT_BINARY_DIR}/wrenfold-helper.service @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/wrenfold-helper.service
+        DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/user)
+
+# Manual pages, compressed as Debian wants them.
+file(GLOB WF_MAN_PAGES ${PROJECT_SOURCE_DIR}/docs/man/*.1)
+foreach(page IN LISTS WF_MAN_PAGES)
+  get_filename_component(name ${page} NAME)
+  set(gz ${PROJECT_BINARY_DIR}/man/${name}.gz)
+  add_custom_command(OUTPUT ${gz}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
+    COMMAND gzip -9nc ${page} > ${gz}
+    DEPENDS ${page} VERBATIM)
+  list(APPEND WF_MAN_GZ ${gz})
+endforeach()
+if(WF_MAN_GZ)
+  add_custom_target(wf-man-pages ALL DEPENDS ${WF_MAN_GZ})
+  install(FILES ${WF_MAN_GZ} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
+
+# Debian's documentation files.
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/wrenfold-helper)
+add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+  COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian > ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+  DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian VERBATIM)
+add_custom_target(wf-changelog ALL DEPENDS ${PROJECT_BINARY_DIR}/changelog.Debian.gz)
+install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/wrenfold-helper)
+
+# "defaults" is offered only where no other defaults command exists.
+if(TARGET wf-defaults)
+  install(CODE "
+    set(bindir \"\$ENV{DESTDIR}${CMAKE_INSTALL_FULL_BINDIR}\")
+    find_program(WF_OTHER_DEFAULTS defaults NO_CACHE)
+    if(NOT WF_OTHER_DEFAULTS AND NOT EXISTS \"\${bindir}/defaults\" AND \"\$ENV{DESTDIR}\" STREQUAL \"\")
+      execute_process(COMMAND \${CMAKE_COMMAND} -E create_symlink wf-defaults \"\${bindir}/defaults\")
+      message(STATUS \"Installing: \${bindir}/defaults -> wf-defaults\")
+    endif()")
+endif()
+
+set(CPACK_PACKAGE_NAME wrenfold-helper)
+set(CPACK_PACKAGE_VENDOR "WrenfoldHelper developers")
+set(CPACK_PACKAGE_CONTACT "WrenfoldHelper developers <dev@wrenfold.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "background agent of the Wrenfold mail plug-in")
+set(CPACK_PACKAGE_DESCRIPTION
+    "WrenfoldHelper keeps the Wrenfold plug-in's list files in step with a\n sync folder, imports project lists from task managers and the file\n manager's tag list, and reconciles OpenMeta tags on mail messages.\n It also provides the openmeta, wf-plutil and wf-defaults tools.")
+set(CPACK_DEBIAN_PACKAGE_SECTION mail)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "dbus-user-session | dbus-x11")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/packaging/postinst ${PROJECT_SOURCE_DIR}/packaging/prerm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+include(CPack)
