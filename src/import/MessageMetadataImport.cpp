@@ -1,0 +1,146 @@
+// The tag import of one changed message file: either a stub for the
+// plug-in (another application tagged the message) or the plug-in's own
+// metadata copied from the message's trailer into its attributes.
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "app/WFHelperAppDelegate.h"
+#include "import/EmlxTrailer.h"
+#include "import/StringCompare.h"
+#include "openmeta/OpenMeta.h"
+#include "paths/Paths.h"
+#include "platform/Spotlight.h"
+#include "platform/foundation/FileManager.h"
+#include "platform/foundation/Strings.h"
+#include "platform/plist/PropertyList.h"
+
+namespace wf {
+
+namespace {
+
+constexpr const char* kTimeStampKey = "kMDItemWrenfoldTimeStamp";
+
+// The first of `names` present in the attributes, else nil.
+Value firstPresent(const Value& attributes, std::initializer_list<std::string_view> names) {
+  for (auto name : names)
+    if (const Value* v = attributes.find(name)) return *v;
+  return {};
+}
+
+// -[NSDate compare:] of the OpenMeta tag time with the plug-in's stamp: 0
+// when there is no tag time. A time that is no date cannot be ordered and
+// counts as the same time, so it never selects the OpenMeta way.
+long compareTimes(const Value& tagTime, const Value& stamp) {
+  if (!tagTime.isDate() || !stamp.isDate()) return 0;
+  double a = tagTime.asDate().seconds, b = stamp.asDate().seconds;
+  return a < b ? -1 : (a > b ? 1 : 0);
+}
+
+// The stub is named after the message; a name that could leave the stub
+// folder (or name the folder itself) gets no stub.
+bool isSafeStubName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(std::string_view("/\0", 2)) == std::string::npos;
+}
+
+bool isEqualString(const Value& a, const Value& b) {
+  return a.isString() && b.isString() && a.asString() == b.asString();
+}
+
+}  // namespace
+
+void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
+                                                       const Value& existingAttributes) {
+  Dictionary attributesToImport;
+
+  Value stamp = firstPresent(existingAttributes, {kTimeStampKey, ":EA:kMDItemWrenfoldTimeStamp"});
+  if (stamp.isNil()) stamp = Value(Date::distantPast());
+  Value tagTime =
+      firstPresent(existingAttributes, {"kMDItemOMUserTagTime", ":EA:kMDItemOMUserTagTime"});
+  long order = compareTimes(tagTime, stamp);
+  WFLogKeyed("logOpenMeta", "OpenMeta Importing... TimeStamps OM: %@ WF: %@ order: %ld (%ld)",
+             tagTime, stamp, order, 1L);
+
+  Value tags = firstPresent(existingAttributes, {"kMDItemOMUserTags", "kOMUserTags",
+                                                 ":EA:kMDItemOMUserTags", ":EA:kOMUserTags"});
+  if (tags.isNil()) tags = Value(Array{});
+
+  if (defaultForKey("recognizeOpenMetaTags").boolValue() && !tagTime.isNil() && order == 1) {
+    // Another application tagged the message: the plug-in applies the
+    // tags itself, from the stub.
+    std::string libraryID = ns::stringByDeletingPathExtension(ns::lastPathComponent(path));
+    Value stub(
+        Dictionary{{"LibraryID", Value(libraryID)}, {"FilePath", Value(path)}, {"Tags", tags}});
+    std::optional<std::string> folder = WFopenMetaPathCreateIfNeeded();
+    Value stubPath;
+    if (folder) {
+      if (!FileManager::defaultManager().fileExistsAtPath(*folder))
+        FileManager::defaultManager().createDirectoryAtPath(*folder, true);
+      stubPath = Value(ns::stringByAppendingPathComponent(*folder, libraryID));
+      if (isSafeStubName(libraryID)) plist::writeToFile(stub, stubPath.asString(), false);
+    }
+    WFLogKeyed("logOpenMeta", "OpenMeta Importing... saving Stub OPENMETA %@", stubPath);
+
+    Value now(Date{services().clock->now()});
+    OpenMeta::setXAttrMetaData(Value(Date::distantFuture()), kTimeStampKey, path);
+    OpenMeta::setXAttrMetaData(now, kTimeStampKey, path);
+    return;
+  }
+
+  Value trailer = readEmlxTrailer(path);
+  if (trailer.isNil()) return;
+
+  const Value* wrenfold = trailer.find("wrenfold");
+  if (wrenfold && wrenfold->isDictionary()) {
+    if (const Value* keywords = wrenfold->find("wrenfoldKeyWords")) {
+      if (!isEqualToArray(*keywords, existingAttributes.get("kMDItemKeywords"), 0)) {
+        for (const char* key :
+             {"kMDItemKeywords", "kMDItemOMUserTags", "kOMUserTags", "kMDItemUserTags"})
+          attributesToImport.insert_or_assign(key, *keywords);
+      }
+    }
+    if (const Value* project = wrenfold->find("wrenfoldProject")) {
+      Value projects = project->isString() ? Value(Array{*project}) : *project;
+      if (!isEqualToArray(projects, existingAttributes.get("kMDItemProjects"), 0))
+        attributesToImport.insert_or_assign("kMDItemProjects", projects);
+    }
+    if (const Value* priority = wrenfold->find("wrenfoldPriority")) {
+      if (*priority != existingAttributes.get("kMDItemStarRating"))
+        attributesToImport.insert_or_assign("kMDItemStarRating", *priority);
+    }
+    if (const Value* note = wrenfold->find("wrenfoldAnnotation")) {
+      if (!isEqualString(*note, existingAttributes.get("kMDItemComment")))
+        attributesToImport.insert_or_assign("kMDItemComment", *note);
+    }
+    if (const Value* due = wrenfold->find("wrenfoldDueDate")) {
+      Value dueDates(Array{*due});
+      if (dueDates != existingAttributes.get("wrenfoldItemDueDate"))
+        attributesToImport.insert_or_assign("wrenfoldItemDueDate", dueDates);
+    }
+  }
+  WFLogKeyed("logOpenMeta", "OpenMeta Importing... attributesToImport %@",
+             Value(attributesToImport));
+  if (attributesToImport.empty()) return;
+
+  // The distant-future stamp tells the watcher to leave the message alone
+  // while it is written; the final stamp is later than the tag time that
+  // was handed over, so the same tags do not come back as a stub.
+  Value now(Date{services().clock->now()});
+  OpenMeta::setXAttrMetaData(Value(Date::distantFuture()), kTimeStampKey, path);
+  for (const auto& [key, value] : attributesToImport) {
+    WFLogKeyed("logOpenMeta", "OpenMeta Importing... setting attribute %@", key);
+    OpenMeta::setXAttrMetaData(value, key, path);
+  }
+  OpenMeta::setXAttrMetaData(now, kTimeStampKey, path);
+}
+
+void WFHelperAppDelegate::logSpotlightDataForPath(const std::string& path) {
+  std::optional<platform::SpotlightItem> item = platform::SpotlightItem::createWithPath(path);
+  if (!item) return;
+  Value attributes = item->copyAllAttributes();
+  if (attributes.isNil()) return;
+  NSLog("Path: %@\nSpotlightData %@\n------------\n", path, attributes);
+}
+
+}  // namespace wf

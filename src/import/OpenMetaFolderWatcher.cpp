@@ -1,0 +1,100 @@
+#include "import/OpenMetaFolderWatcher.h"
+
+#include "app/WFHelperAppDelegate.h"
+#include "paths/Paths.h"
+#include "platform/Spotlight.h"
+#include "platform/foundation/FileManager.h"
+#include "platform/foundation/Strings.h"
+
+namespace wf {
+
+namespace {
+
+Value pathValue(const std::optional<std::string>& path) { return path ? Value(*path) : Value(); }
+
+}  // namespace
+
+int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
+  std::optional<std::string> path = WFmailV2Path();
+  WFLogKeyed("logOpenMeta", "starting set up OpenMeta Listener for Path: %@", pathValue(path));
+
+  // Callers start only when no watcher is present; a stream still held is
+  // released here rather than left running unowned.
+  _openMetaStreamRef.reset();
+  _openMetaStreamUnusable = false;
+
+  // Without a Library folder there is no store to watch: no stream is made.
+  if (path && services().fileEvents) {
+    platform::FileEventStreamParams params;
+    params.paths = {*path};
+    params.latency = kOpenMetaStreamLatency;
+    params.ignoreSelf = false;  // the import's own writes come back, harmlessly
+    params.fileEvents = true;
+    _openMetaStreamRef = services().fileEvents->create(
+        params, [](const std::vector<std::string>& paths) { fseventsOpenMeta_callback(paths); });
+  }
+
+  if (_openMetaStreamRef) {
+    if (_openMetaStreamRef->start()) {
+      WFLogKeyed("logOpenMeta", "Successfully set up OpenMeta Listener");
+      return 1;
+    }
+    WFLogKeyed("logOpenMeta", "failed to start the OpenMeta Listener\n");
+    // The stream is gone, but the watcher goes on counting as present, so
+    // that no further start is tried while the helper runs.
+    _openMetaStreamRef.reset();
+    _openMetaStreamUnusable = true;
+  }
+  return 0;
+}
+
+void WFHelperAppDelegate::stopOpenMetaFolderWatcher() {
+  if (!hasOpenMetaStream()) return;
+  WFLogKeyed("logOpenMeta", "Stopping the OpenMeta Listener");
+  // A stream that never started was released at once; nothing is left to
+  // stop, and the watcher stays counted as present.
+  if (_openMetaStreamUnusable) return;
+  _openMetaStreamRef->stop();
+  _openMetaStreamRef.reset();  // invalidate and release
+}
+
+void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths) {
+  std::vector<std::string> messages;
+  for (const auto& path : eventPaths)
+    if (ns::hasSuffix(path, ".emlx")) messages.push_back(path);
+  if (messages.empty()) return;
+
+  WFHelperAppDelegate* delegate = WFHelperAppDelegate::shared();
+  if (!delegate || !delegate->services().loop) return;
+  // The delegate is looked up again when the call falls due, so a pending
+  // import never outlives it.
+  delegate->services().loop->performAfterDelay(kOpenMetaImportDelay,
+                                               [messages = std::move(messages)] {
+                                                 if (auto* d = WFHelperAppDelegate::shared())
+                                                   d->delayedImport(messages);
+                                               });
+}
+
+void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
+  for (const auto& path : paths) {
+    if (ns::pathExtension(path) != "emlx") continue;
+    if (!FileManager::defaultManager().fileExistsAtPath(path)) continue;
+    if (defaultForKey("logOpenMeta").boolValue()) NSLog("emlx file changed: %@", path);
+
+    std::optional<platform::SpotlightItem> item = platform::SpotlightItem::createWithPath(path);
+    if (!item) continue;
+    std::vector<std::string> names = item->copyAttributeNames();
+    if (names.empty()) {
+      importWrenfoldMetadataAtPath(path, Value());
+      continue;
+    }
+    Value attributes = item->copyAttributes(names);
+    // A distant-future stamp marks a message whose metadata is being
+    // written; a message without any stamp is left alone as well.
+    Value stamp = attributes.get("kMDItemWrenfoldTimeStamp");
+    if (stamp.isDate() && !(stamp.asDate() == Date::distantFuture()))
+      importWrenfoldMetadataAtPath(path, attributes);
+  }
+}
+
+}  // namespace wf

@@ -1,0 +1,20 @@
+// The watcher over Mail's message store: changed message files are handed
+// to the tag import half a second after the stream reports them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace wf {
+
+// The stream's callback: keeps the event paths that end in ".emlx" (case
+// matters) and, when any remain, has the application's delegate run
+// delayedImport with them 0.5 s later. Every such callback schedules its
+// own delayed import; none is merged or cancelled.
+void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths);
+
+// How long after a callback its import runs, and the stream's latency.
+inline constexpr double kOpenMetaImportDelay = 0.5;
+inline constexpr double kOpenMetaStreamLatency = 5.0;
+
+}  // namespace wf

@@ -1,0 +1,80 @@
+#include "platform/linux/SpotlightXattr.h"
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "platform/Spotlight.h"
+#include "platform/plist/PropertyList.h"
+
+namespace wf::platform {
+
+namespace {
+
+// The whole name list of a file (not following a symbolic link, as the
+// metadata store writes the link's own attributes); empty on any failure.
+std::string listAttributeNames(const std::string& path) {
+  for (int attempt = 0; attempt < 4; ++attempt) {
+    ssize_t size = llistxattr(path.c_str(), nullptr, 0);
+    if (size <= 0) return {};
+    std::string names(static_cast<std::size_t>(size), '\0');
+    ssize_t got = llistxattr(path.c_str(), names.data(), names.size());
+    if (got >= 0) {
+      names.resize(static_cast<std::size_t>(got));
+      return names;
+    }
+    if (errno != ERANGE) return {};  // ERANGE: the list grew meanwhile
+  }
+  return {};
+}
+
+bool readAttribute(const std::string& path, const std::string& name, std::string& out) {
+  out.assign(kSpotlightAttributeMaxSize, '\0');
+  ssize_t got = lgetxattr(path.c_str(), name.c_str(), out.data(), out.size());
+  if (got < 0) return false;
+  out.resize(static_cast<std::size_t>(got));
+  return true;
+}
+
+}  // namespace
+
+std::optional<SpotlightItem> SpotlightItem::createWithPath(const std::string& path) {
+  struct stat st;
+  if (path.empty() || lstat(path.c_str(), &st) != 0) return std::nullopt;
+  return SpotlightItem(path);
+}
+
+std::vector<std::string> SpotlightItem::copyAttributeNames() const {
+  std::vector<std::string> keys;
+  std::string names = listAttributeNames(path_);
+  std::size_t pos = 0;
+  while (pos < names.size()) {
+    std::size_t end = names.find('\0', pos);
+    if (end == std::string::npos) end = names.size();
+    std::string_view name(names.data() + pos, end - pos);
+    if (name.size() > kSpotlightAttributePrefix.size() &&
+        name.substr(0, kSpotlightAttributePrefix.size()) == kSpotlightAttributePrefix)
+      keys.emplace_back(name.substr(kSpotlightAttributePrefix.size()));
+    pos = end + 1;
+  }
+  return keys;
+}
+
+Value SpotlightItem::copyAttributes(const std::vector<std::string>& names) const {
+  Dictionary attributes;
+  std::string bytes;
+  for (const auto& key : names) {
+    if (!readAttribute(path_, std::string(kSpotlightAttributePrefix) + key, bytes)) continue;
+    std::string error;
+    Value v = plist::parse(bytes, &error);
+    if (v.isNil()) continue;  // not a property list: Spotlight would not know it
+    attributes.insert_or_assign(key, std::move(v));
+  }
+  if (attributes.empty()) return {};
+  return Value(std::move(attributes));
+}
+
+}  // namespace wf::platform
