@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Installs the build into a temporary prefix and runs the installed helper:
+# it must find its resources in share/wrenfold-helper beside bin/.
+set -euo pipefail
+build_dir=$1
+prefix=$(mktemp -d)
+home=$(mktemp -d)
+bus_pid=""
+cleanup() {
+  [ -n "$bus_pid" ] && kill "$bus_pid" 2>/dev/null || true
+  rm -rf "$prefix" "$home"
+}
+trap cleanup EXIT
+
+cmake --install "$build_dir" --prefix "$prefix" >/dev/null
+for f in bin/wrenfold-helper bin/openmeta bin/wf-plutil bin/wf-defaults \
+         share/wrenfold-helper/Info.plist share/wrenfold-helper/OFProjectsScript.txt \
+         share/dbus-1/interfaces/org.ardel.Wrenfold.xml lib/systemd/user/wrenfold-helper.service \
+         share/man/man1/wrenfold-helper.1.gz; do
+  [ -e "$prefix/$f" ] || { echo "not installed: $f"; echo "0 passed, 1 failed"; exit 1; }
+done
+
+version=$("$prefix/bin/wrenfold-helper" --version)
+case "$version" in
+  *1.0.0*) ;;
+  *) echo "unexpected --version output: $version"; echo "0 passed, 1 failed"; exit 1 ;;
+esac
+
+# The installed helper on a private bus, with no plug-in: it says so and ends with status 0.
+read -r address < <(dbus-daemon --session --fork --print-address=1 --print-pid=3 3>"$home/bus.pid")
+bus_pid=$(cat "$home/bus.pid")
+set +e
+out=$(env -i HOME="$home" XDG_CONFIG_HOME="$home/.config" XDG_DATA_HOME="$home/.local/share" \
+      DBUS_SESSION_BUS_ADDRESS="$address" PATH="$PATH" timeout 20 "$prefix/bin/wrenfold-helper" 2>&1)
+status=$?
+set -e
+if [ $status -ne 0 ] || ! grep -q "Wrenfold is not installed -- Quitting Wrenfold Helper App and removing from login items" <<<"$out"; then
+  echo "installed helper did not behave: status $status"; echo "$out"; echo "0 passed, 1 failed"; exit 1
+fi
+echo "1 passed, 0 failed"
