@@ -121,7 +121,8 @@ class OpenMeta {
   static constexpr double kDefaultAppKitVersionNumber = 2299.0;
   static double appKitVersionNumber();
   // For tests and tools: pretend to run on another generation (for example
-  // 1265 for binary values and no Finder tags). Also forgets the cached
+  // 1265: binary values with the Finder-tag mirror; 1187: binary values and
+  // no Finder tags). Also forgets the cached
   // generation so that MavericksOrLater() is computed afresh.
   static void setAppKitVersionNumberForTesting(double version);
 

@@ -1,0 +1,108 @@
+// The Finder's tags on Linux: the freedesktop attribute "user.xdg.tags",
+// which file managers and desktop search read and write, names joined by ",".
+#include <sys/xattr.h>
+
+#include <cerrno>
+
+#include "openmeta/AttributeValue.h"
+#include "openmeta/OpenMeta.h"
+
+namespace wf {
+
+using openmeta::posixError;
+using openmeta::storeError;
+
+namespace {
+
+// A "," inside a name would split it in two in the joined list; the look-alike
+// U+201A SINGLE LOW-9 QUOTATION MARK stands for it there.
+constexpr std::string_view kComma = ",";
+constexpr std::string_view kCommaStandIn = "\xE2\x80\x9A";
+
+std::string replaceAll(std::string s, std::string_view from, std::string_view to) {
+  for (std::size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + to.size()))
+    s.replace(at, from.size(), to);
+  return s;
+}
+
+// Reads the whole attribute; false with errno set on failure.
+bool readAttribute(const std::string& path, std::string& out) {
+  for (int attempt = 0; attempt < 8; ++attempt) {
+    const ssize_t size = lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, nullptr, 0);
+    if (size < 0) return false;
+    out.resize(static_cast<std::size_t>(size));
+    if (size == 0) return true;
+    const ssize_t got =
+        lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, out.data(), out.size());
+    if (got >= 0) {
+      out.resize(static_cast<std::size_t>(got));
+      return true;
+    }
+    if (errno != ERANGE) return false;  // it grew in between: ask again
+  }
+  return false;
+}
+
+Array splitTags(std::string_view joined) {
+  // Some writers end the value with a NUL.
+  while (!joined.empty() && joined.back() == '\0') joined.remove_suffix(1);
+  Array tags;
+  std::size_t start = 0;
+  while (start <= joined.size()) {
+    std::size_t end = joined.find(',', start);
+    if (end == std::string_view::npos) end = joined.size();
+    if (end > start)
+      tags.emplace_back(
+          replaceAll(std::string(joined.substr(start, end - start)), kCommaStandIn, kComma));
+    start = end + 1;
+  }
+  return tags;
+}
+
+std::string joinTags(const Array& tags) {
+  std::string joined;
+  for (const Value& tag : tags) {
+    if (tag.asString().empty()) continue;
+    if (!joined.empty()) joined += ',';
+    joined += replaceAll(tag.asString(), kComma, kCommaStandIn);
+  }
+  return joined;
+}
+
+}  // namespace
+
+Value OpenMeta::getAppleTags(const std::string& path, OptError* error) {
+  if (!MavericksOrLater()) return getNSArrayMetaData(kUserTagsKey, path, error);
+  if (!openmeta::hasFileSystemRepresentation(path)) {
+    if (error) *error = storeError(kParameterError, kParameterErrorText);
+    return Value();
+  }
+  std::string joined;
+  if (!readAttribute(path, joined)) {
+    const int err = errno;
+    if (err != ENODATA && error) *error = posixError(err);
+    return Value();
+  }
+  Array tags = splitTags(joined);
+  if (tags.empty()) return Value();  // a file without tags has no tag list
+  return Value(std::move(tags));
+}
+
+OptError OpenMeta::setAppleTags(const Value& tags, const std::string& path) {
+  if (!MavericksOrLater()) return setNSArrayMetaData(tags, kUserTagsKey, path);
+  if (!openmeta::hasFileSystemRepresentation(path))
+    return storeError(kParameterError, kParameterErrorText);
+  if (!tags.isNil() && !validateAsArrayOfStrings(tags))
+    return storeError(kParameterError, kParameterErrorText);
+  const std::string joined = tags.isNil() ? std::string() : joinTags(tags.asArray());
+  if (joined.empty()) {
+    if (lremovexattr(path.c_str(), kFinderTagsAttribute) != 0 && errno != ENODATA)
+      return posixError(errno);
+    return std::nullopt;
+  }
+  if (lsetxattr(path.c_str(), kFinderTagsAttribute, joined.data(), joined.size(), 0) != 0)
+    return posixError(errno);
+  return std::nullopt;
+}
+
+}  // namespace wf

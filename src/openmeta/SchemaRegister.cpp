@@ -1,0 +1,82 @@
+// Schema registration: a short-lived file that tells other OpenMeta programs
+// which attributes this one uses, with an example value of each.
+#include <glib.h>
+#include <limits.h>
+#include <stdlib.h>
+
+#include <cstdlib>
+
+#include "openmeta/AttributeValue.h"
+#include "openmeta/OpenMeta.h"
+#include "platform/foundation/FileManager.h"
+#include "platform/foundation/Strings.h"
+#include "platform/plist/PropertyList.h"
+
+namespace wf {
+
+namespace {
+
+constexpr const char* kRegisterFolder = "Library/Application Support/OpenMeta/schemaregister";
+constexpr const char* kSchemaExtension = ".openmetaschema";
+constexpr unsigned kRemovalDelayMs = 2000;
+
+std::string homeFolder() {
+  const char* home = std::getenv("HOME");
+  if (home && *home) return home;
+  return g_get_home_dir();
+}
+
+// The "bundle path" of a Linux program: the real path of its executable.
+std::string executablePath() {
+  char resolved[PATH_MAX];
+  if (realpath("/proc/self/exe", resolved)) return resolved;
+  return {};
+}
+
+gboolean removeSchemaFileLater(gpointer data) {
+  OpenMeta::removeSchemaFile(*static_cast<std::string*>(data));
+  return G_SOURCE_REMOVE;
+}
+
+void deletePath(gpointer data) { delete static_cast<std::string*>(data); }
+
+}  // namespace
+
+std::string OpenMeta::schemaRegisterFolder() {
+  return ns::stringByAppendingPathComponent(homeFolder(), kRegisterFolder);
+}
+
+void OpenMeta::registerOMAttributes(const Value& attributes, const std::string& appName) {
+  const std::string fileName = appName + kSchemaExtension;
+  const std::string folder = schemaRegisterFolder();
+  (void)FileManager::defaultManager().createDirectoryAtPath(folder, true);
+  const std::string path = ns::stringByAppendingPathComponent(folder, fileName);
+  (void)plist::writeToFile(attributes, path, true);
+
+  // The removal runs on the caller's loop, as a delayed perform would.
+  GMainContext* context = g_main_context_get_thread_default();
+  if (!context) context = g_main_context_default();
+  GSource* timeout = g_timeout_source_new(kRemovalDelayMs);
+  g_source_set_callback(timeout, removeSchemaFileLater, new std::string(path), deletePath);
+  g_source_attach(timeout, context);
+  g_source_unref(timeout);
+}
+
+void OpenMeta::removeSchemaFile(const std::string& path) {
+  // Never delete anything outside a register folder.
+  if (path.find(kRegisterFolder) == std::string::npos) return;
+  (void)FileManager::defaultManager().removeItemAtPath(path);
+}
+
+void OpenMeta::registerUsualOMAttributes() {
+  const Value now(openmeta::currentDate());
+  Dictionary attributes;
+  attributes.emplace(kUserTagsKey, Value(Array{Value("openMeta1"), Value("openMeta2")}));
+  attributes.emplace(kUserTagTimeKey, now);
+  attributes.emplace("kMDItemOMDocumentDate", now);
+  attributes.emplace("kMDItemOMManaged", Value(true));
+  attributes.emplace("kMDItemOMBookmarks", Value(Array{Value("bookmark1"), Value("bookmark2")}));
+  registerOMAttributes(Value(std::move(attributes)), ns::lastPathComponent(executablePath()));
+}
+
+}  // namespace wf

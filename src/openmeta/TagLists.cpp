@@ -1,0 +1,53 @@
+// What a tag list may hold and in which form it is stored: canonical
+// decomposition, one tag per case-insensitive group, first occurrence first.
+#include "openmeta/OpenMeta.h"
+#include "platform/foundation/Strings.h"
+
+namespace wf {
+
+bool OpenMeta::validateAsArrayOfStrings(const Value& object) {
+  if (!object.isArray()) return false;
+  for (const Value& element : object.asArray())
+    if (!element.isString()) return false;
+  return true;
+}
+
+Value OpenMeta::decomposeArrayOfStrings(const Value& array) {
+  Array result;
+  if (!array.isArray()) return Value(std::move(result));
+  result.reserve(array.count());
+  for (const Value& element : array.asArray())
+    if (element.isString())
+      result.emplace_back(ns::decomposedStringWithCanonicalMapping(element.asString()));
+  return Value(std::move(result));
+}
+
+Value OpenMeta::removeDuplicateTags(const Value& tags) {
+  if (tags.isNil()) return Value();
+  const Value decomposed = decomposeArrayOfStrings(tags);
+  TagTable table;
+  for (const Value& tag : decomposed.asArray())
+    table.insert_or_assign(ns::lowercaseString(tag.asString()), tag.asString());
+  return orderedArrayWithDict(table, decomposed);
+}
+
+Value OpenMeta::orderedArrayWithDict(const TagTable& dict, const Value& sortHint) {
+  Array result;
+  result.reserve(dict.size());
+  if (!sortHint.isArray() || sortHint.count() == 0) {
+    for (const auto& [key, tag] : dict) result.emplace_back(tag);
+    return Value(std::move(result));
+  }
+  TagTable working = dict;
+  for (const Value& hint : sortHint.asArray()) {
+    if (!hint.isString()) continue;
+    auto it = working.find(ns::lowercaseString(hint.asString()));
+    if (it == working.end()) continue;
+    working.erase(it);
+    result.emplace_back(hint.asString());
+  }
+  for (const auto& [key, tag] : working) result.emplace_back(tag);
+  return Value(std::move(result));
+}
+
+}  // namespace wf
