@@ -1,0 +1,32 @@
+#include "app/WFHelperAppDelegate.h"
+#include "paths/Paths.h"
+
+namespace wf {
+namespace {
+WFHelperAppDelegate* gShared = nullptr;
+}
+
+WFHelperAppDelegate::WFHelperAppDelegate(platform::Services services) : services_(services) {
+  gShared = this;
+  if (services_.log) setNSLogSink(services_.log);
+  setPathEnvironment(services_.environment);
+}
+
+WFHelperAppDelegate::~WFHelperAppDelegate() {
+  if (gShared != this) return;
+  gShared = nullptr;
+  // The log may go with the services; later lines fall back to stderr.
+  setNSLogSink(nullptr);
+}
+
+WFHelperAppDelegate* WFHelperAppDelegate::shared() { return gShared; }
+
+bool isMailRunning() {
+  WFHelperAppDelegate* delegate = WFHelperAppDelegate::shared();
+  if (!delegate || !delegate->services().workspace) return false;
+  for (const std::string& id : delegate->services().workspace->runningApplicationIdentifiers())
+    if (id == "com.apple.mail") return true;
+  return false;
+}
+
+}  // namespace wf

@@ -1,0 +1,83 @@
+// The launch sequence: the order of its steps is part of the helper's
+// contract with the plug-in (the first application of the preferences must
+// come before the interval run, the observers last).
+#include "app/WFHelperAppDelegate.h"
+#include "platform/foundation/FileManager.h"
+#include "platform/foundation/Strings.h"
+#include "platform/linux/Dispatch.h"
+
+namespace wf {
+namespace {
+
+// The notifications of the plug-in and their handlers, in registration order.
+void observePlugInNotifications(WFHelperAppDelegate* self) {
+  platform::NotificationCenter* center = self->services().notifications;
+  center->addObserver("WrenfoldPreferencesDidChange",
+                      [self](const platform::Notification& n) { self->preferencesDidChange(&n); });
+  center->addObserver("WrenfoldKeywordListWasSaved",
+                      [self](const platform::Notification& n) { self->keywordsDidChange(&n); });
+  center->addObserver("WrenfoldProjectListWasSaved",
+                      [self](const platform::Notification& n) { self->projectsDidChange(&n); });
+  center->addObserver("WrenfoldInboxRulesWereSaved",
+                      [self](const platform::Notification& n) { self->rulesDidChange(&n); });
+  center->addObserver("WrenfoldSmartMailboxesWereSaved", [self](const platform::Notification& n) {
+    self->smartMailboxesDidChange(&n);
+  });
+  center->addObserver("WrenfoldWillUninstall",
+                      [self](const platform::Notification& n) { self->wrenfoldWillUninstall(&n); });
+}
+
+}  // namespace
+
+void WFHelperAppDelegate::applicationDidFinishLaunching() {
+  // 2. Command-line overrides: the "WF" arguments.
+  Dictionary launchArguments;
+  for (const auto& [key, value] : services_.defaults->argumentDomain())
+    if (ns::hasPrefix(key, "WF")) launchArguments.emplace(key, value);
+
+  // 3. The plug-in must be installed in the user's own Library.
+  std::vector<std::string> libraries = services_.environment->userLibraryDirectories();
+  bool installed =
+      !libraries.empty() && FileManager::defaultManager().fileExistsAtPath(
+                                libraries.back() + "/Mail/Bundles/Wrenfold.mailbundle");
+  if (!installed) {
+    NSLog(
+        "Wrenfold is not installed -- Quitting Wrenfold Helper App and removing from login items");
+    services_.loop->terminate();
+  }
+
+  // 4. The banner.
+  NSLog(
+      "WrenfoldHelper %@ Launched \nWrenfoldHelper supports Wrenfold interfacing with other "
+      "applications and automatic updating",
+      services_.environment->infoValue("CFBundleVersion"));
+
+  // 5.
+  if (!launchArguments.empty())
+    NSLog("WrenfoldHelper Launch Arguments:\n%@", Value(std::move(launchArguments)));
+
+  // 6. Apply the preferences once.
+  preferencesDidChange(nullptr);
+
+  // 7. Project scanning, the interval run and the watch on Mail.
+  if (!services_.defaults->boolForKey("disableExternalProjectScanning")) {
+    WFLogKeyed("logExternalProjects", "External Project Scanning Enabled");
+    runInterval_ = isMailRunning() ? 30 : 300;
+    services_.workspace->addLaunchObserver(
+        [this](const platform::Notification& n) { mailDidLaunch(n); });
+    services_.workspace->addTerminateObserver(
+        [this](const platform::Notification& n) { mailDidTerminate(n); });
+    // The first run is an operation of its own: an exception in it ends
+    // that run, not the launch.
+    try {
+      runIntervalActions();
+    } catch (const NSException& e) {
+      NSLogMessage(platform::uncaughtExceptionMessage(e));
+    }
+  }
+
+  // 8.
+  observePlugInNotifications(this);
+}
+
+}  // namespace wf

@@ -1,0 +1,82 @@
+// wrenfold-helper: the process entry. Wires the Linux platform to the
+// delegate, runs the launch sequence and then the GLib main loop.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "app/WFHelperAppDelegate.h"
+#include "platform/linux/Dispatch.h"
+#include "platform/linux/GLibMainLoop.h"
+#include "platform/linux/ProcessDefaults.h"
+#include "platform/linux/ProcessEnvironment.h"
+#include "platform/linux/SessionBus.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/linux/SystemLog.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "Usage: wrenfold-helper [-key value ...]\n"
+    "\n"
+    "The background helper of the Wrenfold mail plug-in. It needs the session bus\n"
+    "and the plug-in bundle in ~/Library/Mail/Bundles/Wrenfold.mailbundle.\n"
+    "\n"
+    "  -WF<key> <value>   override the plug-in preference <key> for this run,\n"
+    "                     e.g. -WFlogPreferencesNotification YES\n"
+    "  -<key> <value>     set the helper's own default <key> for this run,\n"
+    "                     e.g. -disableOpenMetaScanning YES\n"
+    "  --help             print this text and exit\n"
+    "  --version          print the version and exit\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace wf;
+  using namespace wf::platform;
+
+  std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  ProcessEnvironment environment;
+  for (const std::string& arg : arguments) {
+    if (arg == "--help") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    if (arg == "--version") {
+      Value version = environment.infoValue("CFBundleVersion");
+      std::printf("wrenfold-helper %s\n", version.isString() ? version.asString().c_str() : "");
+      return 0;
+    }
+  }
+
+  SystemLog log;
+  setNSLogSink(&log);
+  setDispatchLog(&log);
+
+  std::string reason;
+  GDBusConnection* bus = connectSessionBus(&reason);
+  if (!bus) {
+    NSLogMessage("cannot connect to the session bus: " + reason);
+    endProcess(1);
+  }
+
+  SystemClock clock;
+  GLibMainLoop loop;
+  BusNotificationCenter notifications(bus);
+  BusWorkspace workspace(bus);
+  ProcessDefaults defaults(parseArgumentDomain(arguments), ProcessEnvironment::ownDefaultsFile());
+
+  Services services;
+  services.clock = &clock;
+  services.loop = &loop;
+  services.log = &log;
+  services.notifications = &notifications;
+  services.workspace = &workspace;
+  services.defaults = &defaults;
+  services.environment = &environment;
+
+  WFHelperAppDelegate delegate(services);
+  loop.terminateOnSignals();
+  dispatchGuarded([&] { delegate.applicationDidFinishLaunching(); });
+  loop.run();
+  return 0;
+}

@@ -1,0 +1,33 @@
+// The main loop on the GLib default main context: delayed calls are one-shot
+// timeout sources removed by their source id; terminate flushes the log and
+// ends the process at once.
+#pragma once
+
+#include <glib.h>
+
+#include "platform/Platform.h"
+
+namespace wf::platform {
+
+class GLibMainLoop : public MainLoop {
+ public:
+  GLibMainLoop();
+  ~GLibMainLoop() override;
+  TimerId performAfterDelay(double seconds, std::function<void()> fn) override;
+  void cancel(TimerId id) override;
+  [[noreturn]] void terminate() override;
+
+  // Runs the default main context until terminate().
+  void run();
+  // SIGTERM and SIGINT end the helper as terminate() does.
+  void terminateOnSignals();
+
+ private:
+  GMainLoop* loop_;
+};
+
+// Flushes standard error and the system log, then ends the process with
+// `status` without running anything else.
+[[noreturn]] void endProcess(int status);
+
+}  // namespace wf::platform

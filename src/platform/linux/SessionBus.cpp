@@ -1,0 +1,185 @@
+#include "platform/linux/SessionBus.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "platform/linux/Dispatch.h"
+
+namespace wf::platform {
+namespace {
+
+GDBusConnection* gSessionBus = nullptr;
+
+struct Subscriber {
+  std::string name;
+  NotificationHandler handler;
+};
+
+void onNotificationSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                          GVariant*, gpointer data) {
+  auto* subscriber = static_cast<Subscriber*>(data);
+  Notification notification{subscriber->name, {}};
+  dispatchGuarded([&] { subscriber->handler(notification); });
+}
+
+void freeSubscriber(gpointer data) { delete static_cast<Subscriber*>(data); }
+
+void onNameOwnerChanged(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                        GVariant* parameters, gpointer data) {
+  if (!g_variant_is_of_type(parameters, G_VARIANT_TYPE("(sss)"))) return;
+  const gchar *name, *oldOwner, *newOwner;
+  g_variant_get(parameters, "(&s&s&s)", &name, &oldOwner, &newOwner);
+  static_cast<BusWorkspace*>(data)->nameOwnerChanged(name, oldOwner, newOwner);
+}
+
+std::string errorText(GError* error) {
+  std::string text = error ? error->message : "unknown error";
+  if (error) g_error_free(error);
+  return text;
+}
+
+}  // namespace
+
+GDBusConnection* connectSessionBus(std::string* reason) {
+  if (gSessionBus) return gSessionBus;
+  const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+  if (!address || !*address) {
+    // GLib would fall back to autolaunching a bus of its own; the helper
+    // only ever talks to the session's bus.
+    if (reason) *reason = "DBUS_SESSION_BUS_ADDRESS is not set";
+    return nullptr;
+  }
+  GError* error = nullptr;
+  gSessionBus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+  if (!gSessionBus && reason)
+    *reason = errorText(error);
+  else if (error)
+    g_error_free(error);
+  return gSessionBus;
+}
+
+GDBusConnection* sessionBus() { return gSessionBus; }
+
+BusNotificationCenter::~BusNotificationCenter() {
+  for (guint id : subscriptions_) g_dbus_connection_signal_unsubscribe(bus_, id);
+}
+
+void BusNotificationCenter::post(const std::string& name) {
+  GError* error = nullptr;
+  if (!g_dbus_connection_emit_signal(bus_, nullptr, kNotificationPath, kNotificationInterface,
+                                     name.c_str(), nullptr, &error)) {
+    logPlatformMessage("cannot post " + name + ": " + errorText(error));
+    return;
+  }
+  if (!g_dbus_connection_flush_sync(bus_, nullptr, &error))
+    logPlatformMessage("cannot post " + name + ": " + errorText(error));
+}
+
+void BusNotificationCenter::addObserver(const std::string& name, NotificationHandler handler) {
+  auto* subscriber = new Subscriber{name, std::move(handler)};
+  subscriptions_.push_back(g_dbus_connection_signal_subscribe(
+      bus_, nullptr, kNotificationInterface, name.c_str(), nullptr, nullptr,
+      G_DBUS_SIGNAL_FLAGS_NONE, onNotificationSignal, subscriber, freeSubscriber));
+}
+
+BusWorkspace::BusWorkspace(GDBusConnection* bus) : bus_(bus) {}
+
+BusWorkspace::~BusWorkspace() {
+  if (subscription_) g_dbus_connection_signal_unsubscribe(bus_, subscription_);
+}
+
+std::vector<std::string> BusWorkspace::runningApplicationIdentifiers() {
+  std::vector<std::string> names;
+  GError* error = nullptr;
+  GVariant* reply = g_dbus_connection_call_sync(
+      bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames",
+      nullptr, G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+  if (!reply) {
+    logPlatformMessage("cannot list the running applications: " + errorText(error));
+    return names;
+  }
+  GVariantIter* iter;
+  const gchar* name;
+  g_variant_get(reply, "(as)", &iter);
+  while (g_variant_iter_loop(iter, "&s", &name)) {
+    std::string n = name;
+    if (n.empty() || n[0] == ':' || n == "org.freedesktop.DBus") continue;
+    names.push_back(std::move(n));
+  }
+  g_variant_iter_free(iter);
+  g_variant_unref(reply);
+  return names;
+}
+
+void BusWorkspace::addLaunchObserver(NotificationHandler handler) {
+  launchObservers_.push_back(std::move(handler));
+  if (!subscription_)
+    subscription_ = g_dbus_connection_signal_subscribe(
+        bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+        "/org/freedesktop/DBus", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onNameOwnerChanged, this,
+        nullptr);
+}
+
+void BusWorkspace::addTerminateObserver(NotificationHandler handler) {
+  terminateObservers_.push_back(std::move(handler));
+  if (!subscription_)
+    subscription_ = g_dbus_connection_signal_subscribe(
+        bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+        "/org/freedesktop/DBus", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onNameOwnerChanged, this,
+        nullptr);
+}
+
+void BusWorkspace::nameOwnerChanged(const std::string& name, const std::string& oldOwner,
+                                    const std::string& newOwner) {
+  // Unique connection names are not applications.
+  if (name.empty() || name[0] == ':') return;
+  const std::vector<NotificationHandler>* observers = nullptr;
+  Notification notification;
+  if (oldOwner.empty() && !newOwner.empty()) {
+    observers = &launchObservers_;
+    notification.name = "NSWorkspaceDidLaunchApplicationNotification";
+  } else if (!oldOwner.empty() && newOwner.empty()) {
+    observers = &terminateObservers_;
+    notification.name = "NSWorkspaceDidTerminateApplicationNotification";
+  } else {
+    return;  // an owner handed the name to another: the application goes on
+  }
+  notification.userInfo = {{"NSApplicationBundleIdentifier", Value(name)}};
+  std::vector<NotificationHandler> copy = *observers;  // a handler may add observers
+  for (auto& handler : copy) dispatchGuarded([&] { handler(notification); });
+}
+
+std::vector<std::string> xdgDataDirectories() {
+  std::vector<std::string> dirs;
+  const char* dataHome = std::getenv("XDG_DATA_HOME");
+  if (dataHome && dataHome[0] == '/') {
+    dirs.push_back(dataHome);
+  } else {
+    const char* home = std::getenv("HOME");
+    std::string h = home && *home ? home : g_get_home_dir();
+    dirs.push_back(h + "/.local/share");
+  }
+  const char* dataDirs = std::getenv("XDG_DATA_DIRS");
+  std::string list = dataDirs && *dataDirs ? dataDirs : "/usr/local/share/:/usr/share/";
+  std::size_t start = 0;
+  while (start <= list.size()) {
+    std::size_t end = list.find(':', start);
+    if (end == std::string::npos) end = list.size();
+    std::string dir = list.substr(start, end - start);
+    if (!dir.empty() && dir[0] == '/') dirs.push_back(dir);
+    start = end + 1;
+  }
+  return dirs;
+}
+
+std::optional<std::string> BusWorkspace::desktopEntryPathForIdentifier(const std::string& id) {
+  if (id.empty() || id.find('/') != std::string::npos) return std::nullopt;
+  for (const std::string& dir : xdgDataDirectories()) {
+    std::string path = dir + (dir.back() == '/' ? "" : "/") + "applications/" + id + ".desktop";
+    if (access(path.c_str(), F_OK) == 0) return path;
+  }
+  return std::nullopt;
+}
+
+}  // namespace wf::platform
