@@ -1,0 +1,110 @@
+// File-event streams on inotify, delivered on the GLib main context, with
+// the behaviour of FSEvents file-event streams: the whole tree below each
+// watched folder, one path per change, coalesced by the latency, the
+// process's own changes left out on request. docs/file-events.md tells the
+// whole story (overflow, watch limit, vanished folders).
+#pragma once
+
+#include <glib.h>
+
+#include <cstddef>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/FileEvents.h"
+#include "platform/Platform.h"
+
+namespace wf::platform {
+
+class InotifyFileEventStream final : public FileEventStream, private OwnChangeListener {
+ public:
+  // Takes the inotify descriptor `fd`.
+  InotifyFileEventStream(int fd, FileEventStreamParams params, FileEventCallback callback, Log& log,
+                         std::size_t watchLimit);
+  ~InotifyFileEventStream() override;
+  InotifyFileEventStream(const InotifyFileEventStream&) = delete;
+  InotifyFileEventStream& operator=(const InotifyFileEventStream&) = delete;
+
+  // Watches every folder of the trees and begins delivering. Fails when a
+  // watched folder is missing, not a folder, or cannot be watched.
+  bool start() override;
+  // No callback after this; the watches are gone.
+  void stop() override;
+
+  // Folders watched at present.
+  std::size_t watchCount() const { return folders_.size(); }
+
+ private:
+  // One watched folder: its parent's watch descriptor (-1 for a watched
+  // root) and its name in the parent (the path as given for a root). Full
+  // paths are built on demand, which keeps the table small for large trees.
+  struct Folder {
+    int parent;
+    std::string name;
+  };
+  enum class Scan { Quiet, ReportAll, ReportChangedSince };
+
+  void drainForeignEvents() override;
+  void drainOwnEvents(const std::string& path) override;
+
+  static gboolean onReadable(gint fd, GIOCondition condition, gpointer self);
+  static gboolean onLatencyElapsed(gpointer self);
+
+  void readQueue();
+  void handleEvent(int wd, std::uint32_t mask, const char* name);
+  void report(std::string path);
+  void deliver();
+
+  int addWatch(const std::string& path, int parent, const std::string& name, bool* known);
+  void watchTree(const std::string& path, int parent, const std::string& name, Scan scan);
+  void forgetChild(int parent, const std::string& name);
+  void forgetTree(int wd);
+  std::string pathOf(int wd) const;
+  void recoverFromOverflow();
+  void logWatchLimitOnce(const std::string& where);
+
+  int fd_;
+  FileEventStreamParams params_;
+  FileEventCallback callback_;
+  Log& log_;
+  std::size_t watchLimit_;
+
+  std::unordered_map<int, Folder> folders_;
+  std::vector<std::string> pending_;
+  guint readSource_ = 0;
+  guint latencyTimer_ = 0;
+  bool started_ = false;
+  bool stopped_ = false;
+  bool watchLimitLogged_ = false;
+  bool listening_ = false;                // registered with OwnChanges
+  const std::string* ownPath_ = nullptr;  // while draining after an own change
+  // When the queue was last read empty: anything later is either still
+  // queued or, after an overflow, lost and found again by change time.
+  timespec caughtUpAt_{};
+  // While scanning after an overflow: the folders met so far, and the
+  // time from which on a change counts.
+  std::unordered_set<int>* rescanned_ = nullptr;
+  timespec changedSince_{};
+};
+
+class InotifyFileEventStreamFactory : public FileEventStreamFactory {
+ public:
+  // The log receives the lines about lost events and the watch limit.
+  explicit InotifyFileEventStreamFactory(Log& log) : log_(log) {}
+  std::unique_ptr<FileEventStream> create(const FileEventStreamParams& params,
+                                          FileEventCallback callback) override;
+  // Streams made afterwards act as if the per-user watch limit left room
+  // for only `watches` folders (tests and benchmarks).
+  void setWatchLimitForTesting(std::size_t watches) { watchLimit_ = watches; }
+
+ private:
+  Log& log_;
+  std::size_t watchLimit_ = std::numeric_limits<std::size_t>::max();
+};
+
+}  // namespace wf::platform
