@@ -1,0 +1,25 @@
+#include "projects/ListFile.h"
+
+#include "paths/Paths.h"
+#include "platform/foundation/Strings.h"
+#include "platform/plist/PropertyList.h"
+
+namespace wf {
+
+std::optional<std::string> externalProjectFilePath(const std::string& fileName) {
+  auto folder = WFexternalProjectPathCreateIfNeeded();
+  if (!folder) return std::nullopt;
+  return ns::stringByAppendingPathComponent(*folder, fileName);
+}
+
+Value readListFile(const std::optional<std::string>& path) {
+  if (!path) return {};
+  return plist::arrayWithContentsOfFile(*path);
+}
+
+bool writeListFile(const std::optional<std::string>& path, const Value& list) {
+  if (!path) return false;
+  return plist::writeToFile(list, *path, /*atomically=*/true);
+}
+
+}  // namespace wf
