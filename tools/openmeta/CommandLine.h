@@ -1,0 +1,32 @@
+// Argument parsing for the subcommands: options may stand anywhere among
+// the operands; "--" ends the options.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace openmeta_tool {
+
+struct OptionSpec {
+  std::string longName;   // "--tag"
+  std::string shortName;  // "-t", or empty
+  bool takesValue = false;
+  std::string valueName;  // for help: "TAG"
+  std::string help;
+};
+
+struct ParsedArguments {
+  std::map<std::string, std::vector<std::string>> values;  // long name -> values
+  std::map<std::string, int> flags;                        // long name -> times given
+  std::vector<std::string> operands;
+
+  bool has(const std::string& longName) const { return flags.count(longName) > 0; }
+  const std::vector<std::string>& all(const std::string& longName) const;
+};
+
+// False with `error` set for an unknown option or a missing value.
+bool parseArguments(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs,
+                    ParsedArguments& out, std::string& error);
+
+}  // namespace openmeta_tool
