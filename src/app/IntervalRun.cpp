@@ -15,6 +15,7 @@ bool isMailNotice(const platform::Notification& notification) {
 }  // namespace
 
 void WFHelperAppDelegate::runIntervalActions() {
+  fetchExternalProjects();
   pendingIntervalRun_ =
       services_.loop->performAfterDelay(static_cast<double>(runInterval_), [this] {
         pendingIntervalRun_ = 0;

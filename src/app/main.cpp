@@ -5,8 +5,10 @@
 #include <vector>
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/linux/DBusScripting.h"
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
+#include "platform/linux/InotifyFileEventStream.h"
 #include "platform/linux/ProcessDefaults.h"
 #include "platform/linux/ProcessEnvironment.h"
 #include "platform/linux/SessionBus.h"
@@ -63,6 +65,8 @@ int main(int argc, char** argv) {
   GLibMainLoop loop;
   BusNotificationCenter notifications(bus);
   BusWorkspace workspace(bus);
+  InotifyFileEventStreamFactory fileEvents(log);
+  DBusScripting scripting(bus, workspace);
   ProcessDefaults defaults(parseArgumentDomain(arguments), ProcessEnvironment::ownDefaultsFile());
 
   Services services;
@@ -73,6 +77,8 @@ int main(int argc, char** argv) {
   services.workspace = &workspace;
   services.defaults = &defaults;
   services.environment = &environment;
+  services.fileEvents = &fileEvents;
+  services.scripting = &scripting;
 
   WFHelperAppDelegate delegate(services);
   loop.terminateOnSignals();
