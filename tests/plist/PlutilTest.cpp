@@ -1,0 +1,167 @@
+// Runs the built wf-plutil on good and bad files.
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include "platform/plist/PropertyList.h"
+#include "support/Fakes.h"
+
+using namespace wf;
+
+namespace {
+
+struct ToolRun {
+  int status = -1;
+  std::string out, err;
+};
+
+ToolRun plutil(std::vector<std::string> args) {
+  std::vector<char*> argv;
+  std::string binary = WF_PLUTIL_BINARY;
+  argv.push_back(binary.data());
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  gchar *out = nullptr, *err = nullptr;
+  gint wait = 0;
+  GError* error = nullptr;
+  ToolRun r;
+  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+                    &wait, &error)) {
+    ADD_FAILURE() << error->message;
+    g_error_free(error);
+    return r;
+  }
+  r.status = WIFEXITED(wait) ? WEXITSTATUS(wait) : -1;
+  r.out = out;
+  r.err = err;
+  g_free(out);
+  g_free(err);
+  return r;
+}
+
+const Value kValue(Dictionary{{"name", Value("Wrenfold")},
+                              {"list", Value(Array{Value(1), Value(true), Value(Data{1, 2})})}});
+
+std::string xmlOf(const Value& v) {
+  std::string s;
+  EXPECT_TRUE(plist::toXML(v, s));
+  return s;
+}
+
+std::string binaryOf(const Value& v) {
+  std::string s;
+  EXPECT_TRUE(plist::toBinary(v, s));
+  return s;
+}
+
+}  // namespace
+
+TEST(Plutil, Help) {
+  ToolRun r = plutil({"-help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("usage: wf-plutil"), std::string::npos);
+  EXPECT_NE(r.out.find("-convert xml1|binary1"), std::string::npos);
+}
+
+TEST(Plutil, UsageErrors) {
+  EXPECT_EQ(plutil({}).status, 1);
+  ToolRun r = plutil({"-lint"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("no files given"), std::string::npos);
+  r = plutil({"-frobnicate", "x"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("unknown command -frobnicate"), std::string::npos);
+  r = plutil({"-convert", "json", "x"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("unknown format \"json\""), std::string::npos);
+  r = plutil({"-lint", "-q", "x"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("unknown option -q"), std::string::npos);
+}
+
+TEST(Plutil, LintGoodFiles) {
+  test::TempDir dir;
+  test::writeFile(dir / "a.plist", xmlOf(kValue));
+  test::writeFile(dir / "b.plist", binaryOf(kValue));
+  ToolRun r = plutil({"-lint", dir / "a.plist", dir / "b.plist"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, dir / "a.plist" + ": OK\n" + dir / "b.plist" + ": OK\n");
+}
+
+TEST(Plutil, LintBadFileNamesTheFileAndTheProblem) {
+  test::TempDir dir;
+  const std::string bad = "<plist>\n<dict><key>k</key></dict>\n</plist>\n";
+  test::writeFile(dir / "good.plist", xmlOf(kValue));
+  test::writeFile(dir / "bad.plist", bad);
+  ToolRun r = plutil({"-lint", dir / "good.plist", dir / "bad.plist", dir / "missing.plist"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, dir / "good.plist" + ": OK\n");
+  EXPECT_NE(r.err.find(dir / "bad.plist" + ": line 2, column 7: key \"k\" has no value"),
+            std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("missing.plist: No such file or directory"), std::string::npos) << r.err;
+  EXPECT_EQ(test::readFile(dir / "bad.plist"), bad);
+}
+
+TEST(Plutil, ConvertInPlaceBothWays) {
+  test::TempDir dir;
+  test::writeFile(dir / "f.plist", xmlOf(kValue));
+  ToolRun r = plutil({"-convert", "binary1", dir / "f.plist"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(test::readFile(dir / "f.plist"), binaryOf(kValue));
+  r = plutil({"-convert", "xml1", dir / "f.plist"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(test::readFile(dir / "f.plist"), xmlOf(kValue));
+}
+
+TEST(Plutil, ConvertToAnotherFileOrStandardOutput) {
+  test::TempDir dir;
+  std::string input = binaryOf(kValue);
+  test::writeFile(dir / "in.plist", input);
+  ToolRun r = plutil({"-convert", "xml1", "-o", dir / "out.plist", dir / "in.plist"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(test::readFile(dir / "out.plist"), xmlOf(kValue));
+  EXPECT_EQ(test::readFile(dir / "in.plist"), input);
+  r = plutil({"-convert", "xml1", "-o", "-", dir / "in.plist"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, xmlOf(kValue));
+}
+
+TEST(Plutil, ConvertBadInputLeavesEverythingUntouched) {
+  test::TempDir dir;
+  const std::string bad = "bplist00 this is not really one";
+  test::writeFile(dir / "bad.plist", bad);
+  ToolRun r = plutil({"-convert", "xml1", dir / "bad.plist"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find(dir / "bad.plist" + ": "), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("binary property list"), std::string::npos) << r.err;
+  EXPECT_EQ(test::readFile(dir / "bad.plist"), bad);
+  r = plutil({"-convert", "binary1", "-o", dir / "out.plist", dir / "bad.plist"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(test::exists(dir / "out.plist"));
+  EXPECT_EQ(test::readFile(dir / "bad.plist"), bad);
+}
+
+TEST(Plutil, PrintIsReadable) {
+  test::TempDir dir;
+  Dictionary d{{"name", Value("Wren \"fold\"")},
+               {"list", Value(Array{Value(1), Value(true), Value(2.5), Value(Data{1, 2})})},
+               {"empty", Value(Dictionary{})},
+               {"when", Value(Date{0})}};
+  test::writeFile(dir / "p.plist", binaryOf(Value(d)));
+  ToolRun r = plutil({"-p", dir / "p.plist"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "{\n"
+            "  \"empty\" => {\n"
+            "  }\n"
+            "  \"list\" => [\n"
+            "    0 => 1\n"
+            "    1 => true\n"
+            "    2 => 2.5\n"
+            "    3 => {length = 2, bytes = 0x0102}\n"
+            "  ]\n"
+            "  \"name\" => \"Wren \\\"fold\\\"\"\n"
+            "  \"when\" => 2001-01-01 00:00:00 +0000\n"
+            "}\n");
+}
