@@ -1,0 +1,129 @@
+// End-to-end harness: runs the real wrenfold-helper against a temporary home
+// on a private session bus and talks to it with real signals and files.
+//
+//   wf::e2e::Session s;                       // home + private bus
+//   s.writePreferences({{"logOpenMeta", wf::Value(true)}});
+//   s.startHelper({"-WFlogExternalProjects", "YES"});
+//   ASSERT_TRUE(s.waitForLaunch());           // observers are registered
+//   s.emit("WrenfoldKeywordListWasSaved");
+//   ASSERT_TRUE(s.waitForLine("(logSettingsSync)", 10));
+//   s.emit("WrenfoldWillUninstall");
+//   EXPECT_EQ(s.waitForExit(10), 0);
+//
+// The home (HOME) holds Library/Mail/Bundles/Wrenfold.mailbundle and an
+// empty plug-in preferences file; XDG_CONFIG_HOME is home/.config,
+// XDG_DATA_HOME home/.local/share, XDG_DATA_DIRS home/share. The bus is a
+// `dbus-daemon --session` of the session's own, killed at the end, as is a
+// helper still running. Every wait pumps the session's GLib main context
+// (pushed as the thread's default while the session lives) up to a bound;
+// none sleeps.
+#pragma once
+
+#include <gio/gio.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/plist/Value.h"
+
+namespace wf::e2e {
+
+// The helper binary under test.
+std::string helperBinary();
+// tests/doubles/bus-name: a program that owns given names (see its main.cpp).
+std::string busNameDoubleBinary();
+
+struct HelperOptions {
+  std::vector<std::string> arguments;
+  std::map<std::string, std::string> environment;  // set or replace
+  std::vector<std::string> unset;                  // remove from the environment
+};
+
+class Session {
+ public:
+  // withBus false: no bus is started and DBUS_SESSION_BUS_ADDRESS is unset.
+  explicit Session(bool withBus = true);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // ---- The home folder
+  const std::string& home() const { return home_; }
+  std::string library() const { return home_ + "/Library"; }
+  // Library/Preferences/org.ardel.Wrenfold.plist (XML, atomically).
+  void writePreferences(const Dictionary& prefs);
+  std::string preferencesFile() const;
+  // The helper's own domain: Library/Preferences/org.ardel.WrenfoldHelper.plist.
+  void writeHelperDefaults(const Dictionary& defaults);
+  std::string helperDefaultsFile() const;
+  void removePlugIn();
+
+  // ---- The bus
+  const std::string& busAddress() const { return busAddress_; }
+  GDBusConnection* bus() const { return bus_; }
+  // Broadcasts the distributed notification `name` and flushes.
+  void emit(const std::string& name);
+  // Counts the notifications `name` seen on the bus from now on.
+  void watch(const std::string& name);
+  int count(const std::string& name) const;
+  // Waits until at least `n` notifications `name` were seen (watch first).
+  bool waitForSignal(const std::string& name, int n, double seconds);
+  // Owns / releases a well-known name (an application, e.g. "com.apple.mail"),
+  // each on a connection of its own. True when the bus agreed.
+  bool ownName(const std::string& name);
+  bool releaseName(const std::string& name);
+
+  // ---- The helper
+  void startHelper(const HelperOptions& options);
+  void startHelper(std::vector<std::string> arguments = {}) {
+    startHelper(HelperOptions{std::move(arguments), {}, {}});
+  }
+  pid_t helperPid() const { return pid_; }
+  bool helperRunning() const { return pid_ > 0 && !exitStatus_; }
+  // Everything the helper wrote to standard error / output so far.
+  const std::string& stderrText() const { return stderr_; }
+  const std::string& stdoutText() const { return stdout_; }
+  // Occurrences of `text` (which may span lines) in standard error.
+  int countInStderr(const std::string& text) const;
+  // Waits until standard error holds `text` at least `n` times.
+  bool waitForLine(const std::string& text, double seconds, int n = 1);
+  // The exit status (or 128 + signal), nullopt when still running after the bound.
+  std::optional<int> waitForExit(double seconds);
+  void signalHelper(int signal);
+  // Launch is over once the plug-in's notifications are observed. Nothing on
+  // the bus shows that, so this posts "WrenfoldPreferencesDidChange" until
+  // the helper answers with a further "External OpenMeta Scanning" line.
+  // Each try applies the preferences once more.
+  bool waitForLaunch(double seconds = 20);
+  // Proves that the helper has handled everything sent before: posts
+  // "WrenfoldPreferencesDidChange" and waits for its answer line.
+  bool roundTrip(double seconds = 10);
+
+  // Pumps the main context until pred() holds or the bound passes.
+  bool waitUntil(const std::function<bool()>& pred, double seconds);
+
+ private:
+  void startBus();
+  void readFrom(int fd, std::string& into);
+
+  GMainContext* context_ = nullptr;
+  std::string home_;
+  std::string busAddress_;
+  pid_t busPid_ = 0;
+  GDBusConnection* bus_ = nullptr;
+  std::map<std::string, int> counts_;
+  std::vector<guint> subscriptions_;
+  std::map<std::string, GDBusConnection*> owners_;
+
+  pid_t pid_ = 0;
+  std::optional<int> exitStatus_;
+  std::string stderr_, stdout_;
+  std::vector<GSource*> sources_;
+};
+
+}  // namespace wf::e2e
