@@ -25,20 +25,25 @@ std::string replaceAll(std::string s, std::string_view from, std::string_view to
   return s;
 }
 
-// Reads the whole attribute; false with errno set on failure.
+// Reads the whole attribute; false with errno set on failure. Tag lists are
+// short: one call into a buffer on the stack is the usual case.
 bool readAttribute(const std::string& path, std::string& out) {
-  for (int attempt = 0; attempt < 8; ++attempt) {
+  char buffer[1024];
+  ssize_t got = lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, buffer, sizeof buffer);
+  if (got >= 0) {
+    out.assign(buffer, static_cast<std::size_t>(got));
+    return true;
+  }
+  for (int attempt = 0; attempt < 8 && errno == ERANGE; ++attempt) {
     const ssize_t size = lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, nullptr, 0);
     if (size < 0) return false;
     out.resize(static_cast<std::size_t>(size));
-    if (size == 0) return true;
-    const ssize_t got =
-        lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, out.data(), out.size());
+    got = lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, out.data(), out.size());
     if (got >= 0) {
       out.resize(static_cast<std::size_t>(got));
       return true;
     }
-    if (errno != ERANGE) return false;  // it grew in between: ask again
+    // ERANGE again: it grew in between, ask again.
   }
   return false;
 }

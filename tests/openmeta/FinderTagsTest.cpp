@@ -67,6 +67,18 @@ TEST_F(FinderTags, ReadingSkipsEmptyNamesAndATrailingNul) {
   EXPECT_TRUE(OpenMeta::getAppleTags(file, nullptr).isNil());
 }
 
+TEST_F(FinderTags, LongTagListIsReadWhole) {
+  Array many;
+  std::string joined;
+  for (int i = 0; i < 400; ++i) {
+    many.emplace_back("tag" + std::to_string(i));
+    joined += (i ? "," : "") + many.back().asString();
+  }
+  ASSERT_GT(joined.size(), 2000u);
+  fileManagerSetsTags(file, joined);
+  EXPECT_EQ(OpenMeta::getAppleTags(file, nullptr), Value(many));
+}
+
 TEST_F(FinderTags, CommaInsideANameSurvivesTheRoundTrip) {
   ASSERT_FALSE(OpenMeta::setUserTags(tags({"a,b", "c"}), file).has_value());
   EXPECT_EQ(rawAttribute(file, "user.xdg.tags"), std::string("a\xE2\x80\x9A"
