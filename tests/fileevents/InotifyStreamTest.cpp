@@ -328,3 +328,28 @@ TEST_F(InotifyStreamTest, NoStreamWhenNoInotifyInstanceCanBeMade) {
   setrlimit(RLIMIT_NOFILE, &saved);
   EXPECT_EQ(made, nullptr);
 }
+
+TEST_F(InotifyStreamTest, AFolderWithoutSubfoldersAtStartStillSeesOnesMadeLater) {
+  ASSERT_EQ(mkdir((root + "/leaf").c_str(), 0755), 0);
+  foreignWrite(root + "/leaf/old");
+  ASSERT_TRUE(startStream(root));
+  ASSERT_EQ(mkdir((root + "/leaf/sub").c_str(), 0755), 0);
+  foreignWrite(root + "/leaf/sub/f");
+  ASSERT_TRUE(waitFor(root + "/leaf/sub/f"));
+  EXPECT_TRUE(batches.contains(root + "/leaf/sub"));
+  EXPECT_FALSE(batches.contains(root + "/leaf/old"));
+}
+
+TEST_F(InotifyStreamTest, FoldersOnDiskAreWatchedToo) {
+  // The same tree on the file system of the work tree rather than tmpfs.
+  TempDir disk(false);
+  ASSERT_EQ(mkdir((disk / "w").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((disk / "w/a").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((disk / "w/a/b").c_str(), 0755), 0);
+  ASSERT_TRUE(startStream(disk / "w"));
+  foreignWrite(disk / "w/a/b/f");
+  ASSERT_EQ(mkdir((disk / "w/a/c").c_str(), 0755), 0);
+  foreignWrite(disk / "w/a/c/g");
+  ASSERT_TRUE(waitFor(disk / "w/a/c/g"));
+  EXPECT_TRUE(batches.contains(disk / "w/a/b/f"));
+}

@@ -3,8 +3,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <glib-unix.h>
+#include <linux/magic.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -170,25 +172,53 @@ void InotifyFileEventStream::watchTree(const std::string& path, int parent, cons
       folders_[wd] = Folder{folder.parent, folder.name};  // where it is now
     }
 
-    DIR* dir = opendir(folder.path.c_str());
-    if (!dir) continue;
-    int dirFd = dirfd(dir);
-    while (dirent* entry = readdir(dir)) {
-      if (isDotOrDotDot(entry->d_name)) continue;
-      bool isFolder = entry->d_type == DT_DIR;
-      bool needStat = entry->d_type == DT_UNKNOWN || scan == Scan::ReportChangedSince;
-      struct stat st;
-      bool haveStat = needStat && fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0;
-      if (entry->d_type == DT_UNKNOWN) isFolder = haveStat && S_ISDIR(st.st_mode);
+    // Nothing to report and no sub-folder in it: no need to read it. The
+    // watch is in place already, so a sub-folder made from now on is an event.
+    if (scan == Scan::Quiet && wd >= 0 && hasNoSubfolders(folder.path)) continue;
 
-      entryPath.assign(folder.path).append("/").append(entry->d_name);
-      if (scan == Scan::ReportAll ||
-          (scan == Scan::ReportChangedSince && haveStat && notBefore(st.st_ctim, changedSince_)))
-        report(entryPath);
-      if (isFolder && wd >= 0) todo.push_back({entryPath, wd, entry->d_name});
+    int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (folder.parent >= 0 ? O_NOFOLLOW : 0);
+    int dirFd = open(folder.path.c_str(), flags);
+    if (dirFd < 0) continue;
+    if (directoryBuffer_.empty()) directoryBuffer_.resize(32 * 1024);
+    ssize_t n;
+    while ((n = getdents64(dirFd, directoryBuffer_.data(), directoryBuffer_.size())) > 0) {
+      for (ssize_t offset = 0; offset < n;) {
+        auto* entry = reinterpret_cast<dirent64*>(directoryBuffer_.data() + offset);
+        offset += entry->d_reclen;
+        if (isDotOrDotDot(entry->d_name)) continue;
+        // The entry's type comes with it; a stat only where the file
+        // system does not say, or where the change time is wanted.
+        bool isFolder = entry->d_type == DT_DIR;
+        bool needStat = entry->d_type == DT_UNKNOWN || scan == Scan::ReportChangedSince;
+        struct stat st;
+        bool haveStat = needStat && fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0;
+        if (entry->d_type == DT_UNKNOWN) isFolder = haveStat && S_ISDIR(st.st_mode);
+
+        entryPath.assign(folder.path).append("/").append(entry->d_name);
+        if (scan == Scan::ReportAll ||
+            (scan == Scan::ReportChangedSince && haveStat && notBefore(st.st_ctim, changedSince_)))
+          report(entryPath);
+        if (isFolder && wd >= 0) todo.push_back({entryPath, wd, entry->d_name});
+      }
     }
-    closedir(dir);
+    close(dirFd);
   }
+}
+
+// A folder's link count is 2 + its number of sub-folders on the file
+// systems that keep it so (ext2/3/4, tmpfs, xfs); others say 1 or cannot be
+// trusted, and their folders are always read.
+bool InotifyFileEventStream::hasNoSubfolders(const std::string& path) {
+  struct stat st;
+  if (lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_nlink != 2) return false;
+  for (const auto& [dev, counts] : linkCountingDevices_)
+    if (dev == st.st_dev) return counts;
+  struct statfs fs;
+  bool counts =
+      statfs(path.c_str(), &fs) == 0 &&
+      (fs.f_type == EXT4_SUPER_MAGIC || fs.f_type == TMPFS_MAGIC || fs.f_type == XFS_SUPER_MAGIC);
+  linkCountingDevices_.emplace_back(st.st_dev, counts);
+  return counts;
 }
 
 void InotifyFileEventStream::forgetChild(int parent, const std::string& name) {

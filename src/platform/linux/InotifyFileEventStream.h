@@ -6,6 +6,7 @@
 #pragma once
 
 #include <glib.h>
+#include <sys/types.h>
 
 #include <cstddef>
 #include <ctime>
@@ -14,6 +15,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "platform/FileEvents.h"
@@ -62,6 +64,7 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
 
   int addWatch(const std::string& path, int parent, const std::string& name, bool* known);
   void watchTree(const std::string& path, int parent, const std::string& name, Scan scan);
+  bool hasNoSubfolders(const std::string& path);
   void forgetChild(int parent, const std::string& name);
   void forgetTree(int wd);
   std::string pathOf(int wd) const;
@@ -76,6 +79,9 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
 
   std::unordered_map<int, Folder> folders_;
   std::vector<std::string> pending_;
+  std::vector<char> directoryBuffer_;  // for reading folders, kept between reads
+  // Devices whose folders' link counts tell their sub-folders.
+  std::vector<std::pair<dev_t, bool>> linkCountingDevices_;
   guint readSource_ = 0;
   guint latencyTimer_ = 0;
   bool started_ = false;
