@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "app/Usage.h"
 #include "app/WFHelperAppDelegate.h"
 #include "platform/linux/DBusScripting.h"
 #include "platform/linux/Dispatch.h"
@@ -14,23 +15,6 @@
 #include "platform/linux/SessionBus.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLog.h"
-
-namespace {
-
-constexpr const char* kUsage =
-    "Usage: wrenfold-helper [-key value ...]\n"
-    "\n"
-    "The background helper of the Wrenfold mail plug-in. It needs the session bus\n"
-    "and the plug-in bundle in ~/Library/Mail/Bundles/Wrenfold.mailbundle.\n"
-    "\n"
-    "  -WF<key> <value>   override the plug-in preference <key> for this run,\n"
-    "                     e.g. -WFlogPreferencesNotification YES\n"
-    "  -<key> <value>     set the helper's own default <key> for this run,\n"
-    "                     e.g. -disableOpenMetaScanning YES\n"
-    "  --help             print this text and exit\n"
-    "  --version          print the version and exit\n";
-
-}  // namespace
 
 int main(int argc, char** argv) {
   using namespace wf;
