@@ -33,7 +33,7 @@ void WFHelperAppDelegate::_fetchHitListProjects() {
   }
   auto& application = state._static_hitListApplicationInstance;
   if (!application || !application->isRunning()) {
-    WFLogKeyed("logExternalProjects", "%@ is not running", kHitListIdentifier);
+    WFLogKeyed("logExternalProjects", "com.potionfactory.thehitlist is not running");
     return;
   }
 
