@@ -176,6 +176,10 @@ TEST_F(SyncEndToEnd, ASyncFolderDeletedWhileWatchedCostsNothing) {
   EXPECT_EQ(stat(sync.c_str(), &st), 0);
   EXPECT_FALSE(S_ISREG(st.st_mode));
   EXPECT_NE(stat(syncFile().c_str(), &st), 0);
+  // The folder is back, and watched again.
+  s.watch(kUpdated);
+  writeInPlace(syncFile(), "theirs, seeded again");
+  ASSERT_TRUE(s.waitForSignal(kUpdated, 1, 3.0)) << s.stderrText();
   EXPECT_TRUE(snapshot(localFile()) == before);
   EXPECT_TRUE(s.helperRunning());
 }

@@ -273,21 +273,52 @@ TEST_F(InotifyStreamTest, AnUnreadableFolderCannotBeStarted) {
   EXPECT_FALSE(startStream(root));
 }
 
-TEST_F(InotifyStreamTest, ADeletedRootLeavesTheStreamRunningQuietly) {
+TEST_F(InotifyStreamTest, ADeletedRootIsWatchedAgainWhenItComesBack) {
   foreignWrite(root + "/f");
+  ASSERT_EQ(mkdir((root + "/sub").c_str(), 0755), 0);
   ASSERT_TRUE(startStream(root));
-  ASSERT_EQ(unlink((root + "/f").c_str()), 0);
-  ASSERT_EQ(rmdir(root.c_str()), 0);
+  ASSERT_EQ(std::system(("rm -rf '" + root + "'").c_str()), 0);
   ASSERT_TRUE(waitFor(root + "/f"));
   ASSERT_TRUE(runUntil([&] { return inotify().watchCount() == 0; }, 5));
-  std::size_t before = batches.calls.size();
-  // Made again, the folder is not watched: the stream does not look for it.
-  ASSERT_EQ(mkdir(root.c_str(), 0755), 0);
-  foreignWrite(root + "/again");
-  runFor(0.5);
-  EXPECT_EQ(batches.calls.size(), before);
   EXPECT_TRUE(log.lines.empty());
-  stream->stop();
+
+  // Made again and filled at once: what is in it is reported, and watched.
+  ASSERT_EQ(mkdir(root.c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((root + "/new").c_str(), 0755), 0);
+  foreignWrite(root + "/new/again");
+  ASSERT_TRUE(waitFor(root + "/new/again"));
+  EXPECT_EQ(inotify().watchCount(), 2u);
+  foreignWrite(root + "/later");
+  EXPECT_TRUE(waitFor(root + "/later"));
+}
+
+TEST_F(InotifyStreamTest, ARootMovedAwayIsNotFollowedButAwaited) {
+  ASSERT_TRUE(startStream(root));
+  std::string away = tmp / "away";
+  ASSERT_EQ(rename(root.c_str(), away.c_str()), 0);
+  ASSERT_TRUE(runUntil([&] { return inotify().watchCount() == 0; }, 5));
+  foreignWrite(away + "/elsewhere");
+  ASSERT_EQ(rename(away.c_str(), root.c_str()), 0);  // moved back
+  foreignWrite(root + "/home-again");
+  ASSERT_TRUE(waitFor(root + "/home-again"));
+  EXPECT_TRUE(batches.contains(root + "/elsewhere"));  // reported as found on return
+  EXPECT_TRUE(pathsUnder(batches.all(), away).empty());
+}
+
+TEST_F(InotifyStreamTest, ARootWhoseParentGoesTooStaysQuiet) {
+  std::string parent = tmp / "parent";
+  std::string inner = parent + "/inner";
+  ASSERT_EQ(mkdir(parent.c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(inner.c_str(), 0755), 0);
+  ASSERT_TRUE(startStream(inner));
+  ASSERT_EQ(std::system(("rm -rf '" + parent + "'").c_str()), 0);
+  ASSERT_TRUE(runUntil([&] { return inotify().watchCount() == 0; }, 5));
+  ASSERT_EQ(mkdir(parent.c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(inner.c_str(), 0755), 0);
+  foreignWrite(inner + "/f");
+  runFor(0.5);
+  EXPECT_TRUE(batches.calls.empty());
+  EXPECT_TRUE(log.lines.empty());
 }
 
 TEST_F(InotifyStreamTest, NothingIsDeliveredAfterStop) {

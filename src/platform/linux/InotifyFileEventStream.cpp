@@ -107,6 +107,7 @@ void InotifyFileEventStream::stop() {
   readSource_ = latencyTimer_ = 0;
   pending_.clear();
   folders_.clear();
+  awaitedRoots_.clear();
   if (started_) {
     // A stopped stream stays stopped, as an invalidated one would.
     started_ = false;
@@ -324,6 +325,10 @@ void InotifyFileEventStream::readQueue() {
 }
 
 void InotifyFileEventStream::handleEvent(int wd, std::uint32_t mask, const char* name) {
+  if (auto waiting = awaitedRoots_.find(wd); waiting != awaitedRoots_.end()) {
+    handleAwaitedRootEvent(waiting, mask, name);
+    return;
+  }
   auto it = folders_.find(wd);
   if (it == folders_.end()) return;  // a folder already forgotten
   if (mask & IN_IGNORED) {
@@ -332,9 +337,13 @@ void InotifyFileEventStream::handleEvent(int wd, std::uint32_t mask, const char*
   }
   if (name[0] == '\0') {
     // The folder itself. A root that is deleted or moved away ends the
-    // watching of its tree, quietly; sub-folders are handled through their
-    // parent's events.
-    if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF)) && it->second.parent < 0) forgetTree(wd);
+    // watching of its tree, quietly, until a folder of that name is back;
+    // sub-folders are handled through their parent's events.
+    if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF)) && it->second.parent < 0) {
+      std::string root = it->second.name;
+      forgetTree(wd);
+      awaitReturnOf(root);
+    }
     return;
   }
 
@@ -350,6 +359,47 @@ void InotifyFileEventStream::handleEvent(int wd, std::uint32_t mask, const char*
     return;
   }
   if (mask & kReported) report(std::move(path));
+}
+
+// The watched folder went away: watch its parent for a folder of the same
+// name, made again or moved back. Only the one level above is watched; if
+// the parent goes too, the stream stays quiet for good.
+void InotifyFileEventStream::awaitReturnOf(const std::string& root) {
+  std::string trimmed = root;
+  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
+  auto slash = trimmed.rfind('/');
+  std::string parent = slash == std::string::npos ? "."
+                       : slash == 0               ? "/"
+                                                  : trimmed.substr(0, slash);
+  std::string name = slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
+  if (name.empty() || name == "/") return;
+  // IN_MASK_CREATE: never change a watch this stream already has on the parent.
+  int wd = inotify_add_watch(
+      fd_, parent.c_str(),
+      IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_CREATE);
+  if (wd < 0) return;
+  awaitedRoots_[wd] = AwaitedRoot{root, name};
+}
+
+void InotifyFileEventStream::handleAwaitedRootEvent(
+    std::unordered_map<int, AwaitedRoot>::iterator waiting, std::uint32_t mask, const char* name) {
+  int wd = waiting->first;
+  if (mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) {
+    awaitedRoots_.erase(waiting);
+    return;
+  }
+  if (!(mask & IN_ISDIR) || !(mask & (IN_CREATE | IN_MOVED_TO)) || waiting->second.name != name)
+    return;
+  AwaitedRoot back = waiting->second;
+  awaitedRoots_.erase(waiting);
+  inotify_rm_watch(fd_, wd);
+  bool known = false;
+  if (addWatch(back.root, -1, back.root, &known) < 0) {
+    if (errno == ENOSPC) logWatchLimitOnce(back.root);
+    return;
+  }
+  // Back again: everything in it is new to whoever listens.
+  watchTree(back.root, -1, back.root, Scan::ReportAll);
 }
 
 void InotifyFileEventStream::report(std::string path) {
@@ -387,6 +437,19 @@ void InotifyFileEventStream::recoverFromOverflow() {
   std::vector<std::string> roots;
   for (const auto& [wd, folder] : folders_)
     if (folder.parent < 0) roots.push_back(folder.name);
+  // A watched folder that came back while events were lost.
+  for (auto it = awaitedRoots_.begin(); it != awaitedRoots_.end();) {
+    struct stat st;
+    bool known = false;
+    if (stat(it->second.root.c_str(), &st) == 0 && S_ISDIR(st.st_mode) &&
+        addWatch(it->second.root, -1, it->second.root, &known) >= 0) {
+      roots.push_back(it->second.root);
+      inotify_rm_watch(fd_, it->first);
+      it = awaitedRoots_.erase(it);
+    } else {
+      ++it;
+    }
+  }
   std::unordered_set<int> met;
   rescanned_ = &met;
   for (const std::string& root : roots) watchTree(root, -1, root, Scan::ReportChangedSince);

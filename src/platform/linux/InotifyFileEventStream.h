@@ -50,6 +50,11 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
     std::string name;
   };
   enum class Scan { Quiet, ReportAll, ReportChangedSince };
+  // A watched folder that went away, awaited in its parent.
+  struct AwaitedRoot {
+    std::string root;  // the path as given
+    std::string name;  // its last component
+  };
 
   void drainForeignEvents() override;
   void drainOwnEvents(const std::string& path) override;
@@ -66,6 +71,9 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   void watchTree(const std::string& path, int parent, const std::string& name, Scan scan);
   bool hasNoSubfolders(const std::string& path);
   void forgetChild(int parent, const std::string& name);
+  void awaitReturnOf(const std::string& root);
+  void handleAwaitedRootEvent(std::unordered_map<int, AwaitedRoot>::iterator waiting,
+                              std::uint32_t mask, const char* name);
   void forgetTree(int wd);
   std::string pathOf(int wd) const;
   void recoverFromOverflow();
@@ -78,6 +86,7 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   std::size_t watchLimit_;
 
   std::unordered_map<int, Folder> folders_;
+  std::unordered_map<int, AwaitedRoot> awaitedRoots_;  // by the parent's watch
   std::vector<std::string> pending_;
   std::vector<char> directoryBuffer_;  // for reading folders, kept between reads
   // Devices whose folders' link counts tell their sub-folders.
