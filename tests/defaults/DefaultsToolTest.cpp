@@ -11,7 +11,7 @@
 
 namespace {
 
-struct Run {
+struct ToolRun {
   int status = -1;
   std::string out, err;
 };
@@ -19,9 +19,11 @@ struct Run {
 class DefaultsTool : public ::testing::Test {
  protected:
   wf::test::TempDir home;
-  std::string prefs() const { return home.path() + "/Library/Preferences/org.ardel.WrenfoldHelper.plist"; }
+  std::string prefs() const {
+    return home.path() + "/Library/Preferences/org.ardel.WrenfoldHelper.plist";
+  }
 
-  Run run(std::vector<std::string> args) {
+  ToolRun run(std::vector<std::string> args) {
     args.insert(args.begin(), WF_DEFAULTS_BINARY);
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());
@@ -31,7 +33,7 @@ class DefaultsTool : public ::testing::Test {
     gchar *out = nullptr, *err = nullptr;
     gint status = 0;
     GError* error = nullptr;
-    Run r;
+    ToolRun r;
     if (!g_spawn_sync(nullptr, argv.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
                       &status, &error)) {
       ADD_FAILURE() << error->message;
@@ -48,12 +50,12 @@ class DefaultsTool : public ::testing::Test {
 };
 
 TEST_F(DefaultsTool, TheHelpersOwnAdviceWorksAndIsReadAsYes) {
-  Run w = run({"write", "org.ardel.WrenfoldHelper", "disableOpenMetaScanning", "1"});
+  ToolRun w = run({"write", "org.ardel.WrenfoldHelper", "disableOpenMetaScanning", "1"});
   ASSERT_EQ(w.status, 0) << w.err;
   wf::Value d = wf::plist::dictionaryWithContentsOfFile(prefs());
   ASSERT_TRUE(d.isDictionary());
   EXPECT_TRUE(d.get("disableOpenMetaScanning").boolValue());
-  Run r = run({"read", "org.ardel.WrenfoldHelper", "disableOpenMetaScanning"});
+  ToolRun r = run({"read", "org.ardel.WrenfoldHelper", "disableOpenMetaScanning"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "1\n");
 }
@@ -65,7 +67,8 @@ TEST_F(DefaultsTool, TypedValuesAreStoredWithTheirTypes) {
   ASSERT_EQ(run({"write", "d", "a", "-array", "x", "y"}).status, 0);
   ASSERT_EQ(run({"write", "d", "a", "-array-add", "z"}).status, 0);
   ASSERT_EQ(run({"write", "d", "t", "-date", "2026-11-22 10:30:05 +0000"}).status, 0);
-  wf::Value d = wf::plist::dictionaryWithContentsOfFile(home.path() + "/Library/Preferences/d.plist");
+  wf::Value d =
+      wf::plist::dictionaryWithContentsOfFile(home.path() + "/Library/Preferences/d.plist");
   ASSERT_TRUE(d.isDictionary());
   EXPECT_TRUE(d.get("b").isBoolean());
   EXPECT_EQ(d.get("i"), wf::Value(-42));
@@ -79,7 +82,7 @@ TEST_F(DefaultsTool, DeleteRemovesOneKeyThenTheDomain) {
   ASSERT_EQ(run({"write", "d", "k", "v"}).status, 0);
   ASSERT_EQ(run({"write", "d", "l", "w"}).status, 0);
   EXPECT_EQ(run({"delete", "d", "k"}).status, 0);
-  Run r = run({"read", "d", "k"});
+  ToolRun r = run({"read", "d", "k"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("The domain/default pair of (d, k) does not exist"), std::string::npos);
   EXPECT_EQ(run({"read", "d", "l"}).out, "w\n");
@@ -99,7 +102,7 @@ TEST_F(DefaultsTool, MissingDomainAndBadArgumentsFailWithStatusOne) {
 TEST_F(DefaultsTool, AFileThatIsNoDictionaryIsNeverOverwritten) {
   g_mkdir_with_parents((home.path() + "/Library/Preferences").c_str(), 0755);
   wf::test::writeFile(prefs(), "this is not a property list");
-  Run w = run({"write", "org.ardel.WrenfoldHelper", "k", "v"});
+  ToolRun w = run({"write", "org.ardel.WrenfoldHelper", "k", "v"});
   EXPECT_EQ(w.status, 1);
   EXPECT_NE(w.err.find(prefs()), std::string::npos);
   EXPECT_EQ(wf::test::readFile(prefs()), "this is not a property list");

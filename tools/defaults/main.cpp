@@ -3,10 +3,9 @@
 // disableOpenMetaScanning 1") works on Linux. A domain is the property list
 // ~/Library/Preferences/DOMAIN.plist; a domain given as a path names the
 // file itself (".plist" is added when missing).
+#include <glib.h>
 #include <pwd.h>
 #include <unistd.h>
-
-#include <glib.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -199,7 +198,8 @@ int doWrite(const std::vector<std::string>& args) {
     if ((rest.size() - 1) % 2 != 0) return fail("-dict needs KEY VALUE pairs");
     wf::Dictionary sub;
     if (flag == "-dict-add")
-      if (auto it = d.find(key); it != d.end() && it->second.isDictionary()) sub = it->second.asDictionary();
+      if (auto it = d.find(key); it != d.end() && it->second.isDictionary())
+        sub = it->second.asDictionary();
     for (size_t i = 1; i + 1 < rest.size(); i += 2) sub[rest[i]] = wf::Value(rest[i + 1]);
     value = wf::Value(std::move(sub));
   } else if (isTypeFlag(flag)) {
@@ -219,7 +219,8 @@ int doDelete(const std::vector<std::string>& args) {
   std::string path = domainPath(args[0]), error;
   wf::Value current;
   if (!loadDomain(path, current, error)) return fail(error);
-  if (current.isNil()) return fail("\nDomain (" + args[0] + ") not found.\nDefaults have not been changed.");
+  if (current.isNil())
+    return fail("\nDomain (" + args[0] + ") not found.\nDefaults have not been changed.");
   if (args.size() == 1) {
     wf::OptError e;
     if (!wf::FileManager::defaultManager().removeItemAtPath(path, &e))
