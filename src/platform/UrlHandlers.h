@@ -1,0 +1,24 @@
+// Default handlers of URL schemes: which application opens a URL of a
+// scheme. The helper makes Mail the handler of the plug-in's schemes.
+#pragma once
+
+#include <string>
+
+namespace wf::platform {
+
+// Launch Services' status when no application has the identifier.
+constexpr long kLSApplicationNotFoundErr = -10814;
+// Launch Services' status for any other failure (the setting could not be
+// stored).
+constexpr long kLSUnknownErr = -10810;
+
+class UrlHandlers {
+ public:
+  virtual ~UrlHandlers() = default;
+  // Makes the application `bundleIdentifier` the default handler of
+  // `scheme`; 0 on success, else a Launch Services status.
+  virtual long setDefaultHandlerForURLScheme(const std::string& scheme,
+                                             const std::string& bundleIdentifier) = 0;
+};
+
+}  // namespace wf::platform

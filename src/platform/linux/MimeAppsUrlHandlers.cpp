@@ -1,0 +1,74 @@
+#include "platform/linux/MimeAppsUrlHandlers.h"
+
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <optional>
+
+#include "platform/linux/MimeAppsList.h"
+
+namespace wf::platform {
+namespace {
+
+// RFC 3986: a letter, then letters, digits, "+", "-" and ".". Anything else
+// could not stand in a key of the list.
+bool isUrlScheme(const std::string& scheme) {
+  if (scheme.empty() || !g_ascii_isalpha(scheme[0])) return false;
+  for (char c : scheme)
+    if (!g_ascii_isalnum(c) && c != '+' && c != '-' && c != '.') return false;
+  return true;
+}
+
+// The file to rewrite: a list that is a link (kept in a dotfiles folder,
+// say) is changed where it points, so the link stays a link.
+std::optional<std::string> fileToWrite(const std::string& path) {
+  struct stat st;
+  if (lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+  char* target = realpath(path.c_str(), nullptr);
+  if (!target) return std::nullopt;  // a dangling link is left alone
+  std::string out(target);
+  free(target);
+  return out;
+}
+
+}  // namespace
+
+std::string MimeAppsUrlHandlers::mimeAppsListPath() const {
+  return environment_.xdgConfigHome() + "/mimeapps.list";
+}
+
+long MimeAppsUrlHandlers::setDefaultHandlerForURLScheme(const std::string& scheme,
+                                                        const std::string& bundleIdentifier) {
+  if (!workspace_.desktopEntryPathForIdentifier(bundleIdentifier)) return kLSApplicationNotFoundErr;
+  if (!isUrlScheme(scheme)) return kLSUnknownErr;
+  std::optional<std::string> path = fileToWrite(mimeAppsListPath());
+  if (!path) return kLSUnknownErr;
+
+  std::string contents;
+  int mode = 0600;
+  struct stat st;
+  if (stat(path->c_str(), &st) == 0) {
+    if (!S_ISREG(st.st_mode)) return kLSUnknownErr;
+    mode = static_cast<int>(st.st_mode & 07777);
+    gchar* bytes = nullptr;
+    gsize length = 0;
+    if (!g_file_get_contents(path->c_str(), &bytes, &length, nullptr)) return kLSUnknownErr;
+    contents.assign(bytes, length);
+    g_free(bytes);
+  } else {
+    std::string folder = environment_.xdgConfigHome();
+    if (g_mkdir_with_parents(folder.c_str(), 0700) != 0) return kLSUnknownErr;
+  }
+
+  std::string changed = xdg::settingDefaultApplication(contents, "x-scheme-handler/" + scheme,
+                                                       bundleIdentifier + ".desktop");
+  if (changed == contents) return 0;
+  if (!g_file_set_contents_full(path->c_str(), changed.data(), static_cast<gssize>(changed.size()),
+                                G_FILE_SET_CONTENTS_CONSISTENT, mode, nullptr))
+    return kLSUnknownErr;
+  return 0;
+}
+
+}  // namespace wf::platform
