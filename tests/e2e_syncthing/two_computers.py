@@ -350,7 +350,7 @@ def main():
             raise Failure("A's helper announced its own push")
         total = t_signal - t_save
         print("keywords A -> B: %.2f s from the save signal on A to the update signal on B" % total)
-        print("  helper A (save signal to pushed copy):        %.2f s" % (t_push - t_save))
+        print("  helper A (save signal to pushed copy):        %.2f s" % max(0.0, t_push - t_save))
         print("  Syncthing (pushed copy on A to file on B):    %.2f s" % (t_arrive - t_push))
         print("  helper B (file on B to update signal, incl. its 1 s latency): %.2f s" % (t_signal - t_arrive))
         print("  (B's watcher called back %.2f s after the file arrived)" % (t_callback - t_arrive))
