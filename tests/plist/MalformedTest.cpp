@@ -53,6 +53,7 @@ const Case kXmlCases[] = {
     {"RealNotANumber", p("<real>abc</real>"), "<real> \"abc\" is not a number"},
     {"RealEmpty", p("<real/>"), "empty <real>"},
     {"DateMonth13", p("<date>2026-13-01T00:00:00Z</date>"), "is out of range"},
+    {"DateYearTooFar", p("<date>9999999999-01-01T00:00:00Z</date>"), "is out of range"},
     {"DateNotADate", p("<date>yesterday</date>"), "is not a date"},
     {"DateWithoutZ", p("<date>2026-01-01T00:00:00</date>"), "is not a date"},
     {"DataBadCharacter", p("<data>AB$C</data>"), "invalid base64 character \"$\""},

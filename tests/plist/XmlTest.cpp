@@ -117,6 +117,13 @@ TEST(XmlWriter, DatesToTheSecondInZForm) {
   EXPECT_EQ(xml(Value(Date::distantPast())), kHead + "<date>0000-12-30T00:00:00Z</date>\n" + kTail);
 }
 
+TEST(XmlWriter, YearsBeforeOneKeepFourDigitsAfterTheSign) {
+  Value v(Date{-63300000000.0});
+  std::string s = xml(v);
+  EXPECT_NE(s.find("<date>-0005-"), std::string::npos) << s;
+  EXPECT_EQ(read(s), v);
+}
+
 TEST(XmlWriter, DataInLinesOfSeventySixColumnsLessIndentation) {
   Data bytes(100);
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i);

@@ -1,8 +1,6 @@
 // Reads binary "bplist00" property lists. Every offset, count and reference
 // is checked against the input before use; shared objects are parsed once
 // and reference cycles are refused.
-#include <glib.h>
-
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -17,9 +15,59 @@ constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
 
 std::uint64_t readBigEndian(const unsigned char* p, std::size_t n) {
-  std::uint64_t v = 0;
-  for (std::size_t i = 0; i < n; ++i) v = (v << 8) | p[i];
-  return v;
+  // References and offsets are read for every object: the common widths
+  // get straight-line code.
+  switch (n) {
+    case 1:
+      return p[0];
+    case 2:
+      return static_cast<std::uint64_t>(p[0]) << 8 | p[1];
+    case 4: {
+      std::uint32_t v;
+      std::memcpy(&v, p, 4);
+      return __builtin_bswap32(v);
+    }
+    case 8: {
+      std::uint64_t v;
+      std::memcpy(&v, p, 8);
+      return __builtin_bswap64(v);
+    }
+    default: {
+      std::uint64_t v = 0;
+      for (std::size_t i = 0; i < n; ++i) v = (v << 8) | p[i];
+      return v;
+    }
+  }
+}
+
+// Index of the first byte >= 0x80, or n.
+std::size_t firstNonAscii(const unsigned char* p, std::size_t n) {
+  std::size_t k = 0;
+  for (; k + 8 <= n; k += 8) {
+    std::uint64_t w;
+    std::memcpy(&w, p + k, 8);
+    if (w & 0x8080808080808080ull) break;
+  }
+  for (; k < n; ++k)
+    if (p[k] >= 0x80) return k;
+  return n;
+}
+
+void appendUTF8(std::string& out, std::uint32_t u) {
+  if (u < 0x80) {
+    out.push_back(static_cast<char>(u));
+  } else if (u < 0x800) {
+    char b[2] = {static_cast<char>(0xC0 | (u >> 6)), static_cast<char>(0x80 | (u & 0x3F))};
+    out.append(b, 2);
+  } else if (u < 0x10000) {
+    char b[3] = {static_cast<char>(0xE0 | (u >> 12)), static_cast<char>(0x80 | ((u >> 6) & 0x3F)),
+                 static_cast<char>(0x80 | (u & 0x3F))};
+    out.append(b, 3);
+  } else {
+    char b[4] = {static_cast<char>(0xF0 | (u >> 18)), static_cast<char>(0x80 | ((u >> 12) & 0x3F)),
+                 static_cast<char>(0x80 | ((u >> 6) & 0x3F)), static_cast<char>(0x80 | (u & 0x3F))};
+    out.append(b, 4);
+  }
 }
 
 bool validSize(unsigned n) { return n == 1 || n == 2 || n == 4 || n == 8; }
@@ -138,19 +186,17 @@ class BinaryReader {
       return failObject(index, offset, "reference cycle (the object contains itself)");
     unsigned marker = b_[offset];
     unsigned high = marker >> 4, low = marker & 0xF;
+    // Scalars are as cheap to read again as to copy and are returned
+    // directly; what owns memory is kept for the next reference.
     Value v;
     switch (high) {
       case 0x0:
-        if (marker == 0x08 || marker == 0x09) {
-          v = Value(marker == 0x09);
-          break;
-        }
+        if (marker == 0x08 || marker == 0x09) return Value(marker == 0x09);
         return failObject(
             index, offset,
             marker == 0x00 ? "null objects cannot be read" : "unknown marker 0x0" + hex(low));
       case 0x1:
-        v = integer(index, offset, low);
-        break;
+        return integer(index, offset, low);
       case 0x2: {
         if (low != 2 && low != 3) return failObject(index, offset, "real of unknown size");
         std::size_t n = std::size_t{1} << low;
@@ -160,13 +206,11 @@ class BinaryReader {
           float f;
           auto b32 = static_cast<std::uint32_t>(bits);
           std::memcpy(&f, &b32, 4);
-          v = Value(static_cast<double>(f));
-        } else {
-          double d;
-          std::memcpy(&d, &bits, 8);
-          v = Value(d);
+          return Value(static_cast<double>(f));
         }
-        break;
+        double d;
+        std::memcpy(&d, &bits, 8);
+        return Value(d);
       }
       case 0x3: {
         if (low != 3) return failObject(index, offset, "date of unknown size");
@@ -174,8 +218,7 @@ class BinaryReader {
         std::uint64_t bits = readBigEndian(b_ + offset + 1, 8);
         double d;
         std::memcpy(&d, &bits, 8);
-        v = Value(Date{d});
-        break;
+        return Value(Date{d});
       }
       case 0x4:
       case 0x5:
@@ -190,8 +233,7 @@ class BinaryReader {
         Dictionary d;
         d.emplace("CF$UID",
                   Value(static_cast<unsigned long long>(readBigEndian(b_ + offset + 1, n))));
-        v = Value(std::move(d));
-        break;
+        return Value(std::move(d));
       }
       case 0xA:
       case 0xC:
@@ -248,11 +290,11 @@ class BinaryReader {
     auto n = static_cast<std::size_t>(count);
     if (high == 0x4) return Value(Data(p, p + n));
     if (high == 0x5) {
-      for (std::size_t k = 0; k < n; ++k)
-        if (p[k] >= 0x80)
-          return failObject(
-              index, offset,
-              "ASCII string holds byte 0x" + hex(p[k]) + " at byte " + std::to_string(pos + k));
+      std::size_t bad = firstNonAscii(p, n);
+      if (bad < n)
+        return failObject(
+            index, offset,
+            "ASCII string holds byte 0x" + hex(p[bad]) + " at byte " + std::to_string(pos + bad));
       return Value(std::string_view(reinterpret_cast<const char*>(p), n));
     }
     std::string out;
@@ -268,9 +310,7 @@ class BinaryReader {
       }
       // A lone surrogate cannot be UTF-8; it becomes U+FFFD.
       if (u >= 0xD800 && u <= 0xDFFF) u = 0xFFFD;
-      char buf[8];
-      int len = g_unichar_to_utf8(u, buf);
-      out.append(buf, static_cast<std::size_t>(len));
+      appendUTF8(out, u);
     }
     return Value(std::move(out));
   }
@@ -320,15 +360,26 @@ class BinaryReader {
       if (!ref(pos + k * refSize_, index, offset, keyRef) ||
           !ref(valuesAt + k * refSize_, index, offset, valueRef))
         return Value();
-      Value key = object(keyRef, depth + 1);
-      if (key.isNil()) return Value();
+      // Keys are strings, which stay cached: use them where they are.
+      if (state_[static_cast<std::size_t>(keyRef)] != 2) {
+        Value key = object(keyRef, depth + 1);
+        if (key.isNil()) return Value();
+      }
+      const Value& key = cache_[static_cast<std::size_t>(keyRef)];
       if (!key.isString())
         return failObject(index, offset,
                           "key " + std::to_string(k) + " (object " + std::to_string(keyRef) +
                               ") is not a string");
       Value value = object(valueRef, depth + 1);
       if (value.isNil()) return Value();
-      dict.insert_or_assign(key.asString(), std::move(value));
+      // Writers usually store keys sorted; hinting at the end makes those
+      // inserts constant time. A repeated key keeps its last value.
+      const std::string& name = key.asString();
+      if (!dict.empty() && dict.rbegin()->first < name) {
+        dict.emplace_hint(dict.end(), name, std::move(value));
+      } else {
+        dict.insert_or_assign(name, std::move(value));
+      }
     }
     return Value(std::move(dict));
   }

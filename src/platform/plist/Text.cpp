@@ -23,7 +23,7 @@ std::int64_t floorDiv(std::int64_t a, std::int64_t b) {
 void splitDate(Date d, std::int64_t& days, int& secondOfDay) {
   double s = std::floor(d.seconds);
   if (std::isnan(s)) s = 0;
-  constexpr double kLimit = 1e15;  // about 31 million years
+  constexpr double kLimit = 1e17;  // about three billion years
   if (s > kLimit) s = kLimit;
   if (s < -kLimit) s = -kLimit;
   std::int64_t unix = static_cast<std::int64_t>(s) + kUnixOf2001;

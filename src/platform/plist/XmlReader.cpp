@@ -558,7 +558,7 @@ class XmlReader {
     if (i < t.size() && t[i] == '-') negative = true, ++i;
     std::size_t yearStart = i;
     std::int64_t year = 0;
-    while (i < t.size() && g_ascii_isdigit(t[i]) && i - yearStart < 9)
+    while (i < t.size() && g_ascii_isdigit(t[i]) && i - yearStart < 10)
       year = year * 10 + (t[i++] - '0');
     if (i - yearStart < 4) return bad();
     if (negative) year = -year;
@@ -574,8 +574,12 @@ class XmlReader {
     if (parts[0] < 1 || parts[0] > 12 || parts[1] < 1 || parts[1] > 31 || parts[2] > 23 ||
         parts[3] > 59 || parts[4] > 59)
       return fail(tag.at, "<date> \"" + show(raw) + "\" is out of range");
-    return Value(
-        Date{dateSecondsFromGregorian(year, parts[0], parts[1], parts[2], parts[3], parts[4])});
+    double seconds =
+        dateSecondsFromGregorian(year, parts[0], parts[1], parts[2], parts[3], parts[4]);
+    // Beyond this no calendar arithmetic is meaningful (or exact).
+    if (std::fabs(seconds) > 1e17)
+      return fail(tag.at, "<date> \"" + show(raw) + "\" is out of range");
+    return Value(Date{seconds});
   }
 };
 

@@ -158,9 +158,11 @@ class XmlWriter {
 
   void appendDate(Date d) {
     CivilTime t = gregorianFromDate(d);
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%04" PRId64 "-%02d-%02dT%02d:%02d:%02dZ", t.year, t.month,
-                  t.day, t.hour, t.minute, t.second);
+    // Years before 1 keep four digits after the sign, so they read back.
+    char buf[80];
+    std::snprintf(buf, sizeof buf, "%s%04" PRId64 "-%02d-%02dT%02d:%02d:%02dZ",
+                  t.year < 0 ? "-" : "", t.year < 0 ? -t.year : t.year, t.month, t.day, t.hour,
+                  t.minute, t.second);
     out_.append(buf);
   }
 
