@@ -1,0 +1,34 @@
+// Small helpers of the fault and security tests: message files as Mail
+// writes them, Spotlight attributes as the helper reads them, and walks of
+// a folder tree for temporary files and for every file's bytes.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/plist/Value.h"
+
+namespace wf::faults {
+
+// An emlx file: the byte count line, the message, the trailing plist with
+// a "wrenfold" dictionary.
+std::string emlxBytes(const std::string& body, const Dictionary& wrenfold);
+// Writes the file and gives it the plug-in's time stamp attribute (a date
+// long past), which the watcher needs before it imports a message.
+void writeMessage(const std::string& path, const std::string& bytes);
+
+// The Spotlight attribute `key` of a file ("user.com.apple.metadata:" + key).
+void setSpotlightAttribute(const std::string& path, const std::string& key, const Value& value);
+Value spotlightAttribute(const std::string& path, const std::string& key);
+bool hasSpotlightAttribute(const std::string& path, const std::string& key);
+
+// Every regular file below `root` (links not followed) with its bytes.
+std::map<std::string, std::string> filesBelow(const std::string& root);
+// Entries below `root` named like the temporaries of the atomic writers
+// (".name.tmp-*", ".name.wfcopy-*").
+std::vector<std::string> temporariesBelow(const std::string& root);
+
+void makeFolders(const std::string& path);
+
+}  // namespace wf::faults
