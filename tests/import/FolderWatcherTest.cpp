@@ -64,6 +64,16 @@ TEST_F(OpenMetaFolderWatcher, StreamNotCreatedLeavesNoWatcher) {
   EXPECT_EQ(delegate->startOpenMetaFolderWatcher(), 1);
 }
 
+TEST_F(OpenMetaFolderWatcher, NoLibraryFolderMakesNoStream) {
+  setLogOpenMeta(true);
+  fake.environment.libraries_.clear();
+  EXPECT_EQ(delegate->startOpenMetaFolderWatcher(), 0);
+  EXPECT_EQ(fake.fileEvents.created, 0);
+  EXPECT_FALSE(delegate->hasOpenMetaStream());
+  EXPECT_EQ(keyedMessages(kStartSelector),
+            std::vector<std::string>{"starting set up OpenMeta Listener for Path: (null)"});
+}
+
 TEST_F(OpenMetaFolderWatcher, StreamThatCannotStartIsReleasedButCountsAsPresent) {
   setLogOpenMeta(true);
   fake.fileEvents.failStart = true;
