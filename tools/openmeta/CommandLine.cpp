@@ -8,7 +8,7 @@ const std::vector<std::string>& ParsedArguments::all(const std::string& longName
   return it == values.end() ? none : it->second;
 }
 
-bool parseArguments(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs,
+bool parseArguments(const std::vector<std::string>& args, const std::vector<OptionInfo>& known,
                     ParsedArguments& out, std::string& error) {
   bool optionsEnded = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
@@ -31,25 +31,25 @@ bool parseArguments(const std::vector<std::string>& args, const std::vector<Opti
         hasInlineValue = true;
       }
     }
-    const OptionSpec* spec = nullptr;
-    for (const OptionSpec& s : specs)
-      if (name == s.longName || (!s.shortName.empty() && name == s.shortName)) spec = &s;
-    if (!spec) {
+    const OptionInfo* option = nullptr;
+    for (const OptionInfo& s : known)
+      if (name == s.longName || (!s.shortName.empty() && name == s.shortName)) option = &s;
+    if (!option) {
       error = "unknown option " + name;
       return false;
     }
-    out.flags[spec->longName]++;
-    if (!spec->takesValue) {
+    out.flags[option->longName]++;
+    if (!option->takesValue) {
       if (hasInlineValue) {
-        error = "option " + spec->longName + " takes no value";
+        error = "option " + option->longName + " takes no value";
         return false;
       }
       continue;
     }
     if (hasInlineValue) {
-      out.values[spec->longName].push_back(inlineValue);
+      out.values[option->longName].push_back(inlineValue);
     } else if (i + 1 < args.size()) {
-      out.values[spec->longName].push_back(args[++i]);
+      out.values[option->longName].push_back(args[++i]);
     } else {
       error = "option " + name + " needs a value";
       return false;

@@ -8,7 +8,7 @@
 
 namespace openmeta_tool {
 
-struct OptionSpec {
+struct OptionInfo {
   std::string longName;   // "--tag"
   std::string shortName;  // "-t", or empty
   bool takesValue = false;
@@ -26,7 +26,7 @@ struct ParsedArguments {
 };
 
 // False with `error` set for an unknown option or a missing value.
-bool parseArguments(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs,
+bool parseArguments(const std::vector<std::string>& args, const std::vector<OptionInfo>& known,
                     ParsedArguments& out, std::string& error);
 
 }  // namespace openmeta_tool

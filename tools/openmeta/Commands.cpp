@@ -17,9 +17,9 @@ using wf::Value;
 
 namespace {
 
-const OptionSpec kHelp{"--help", "-h", false, "", "show this help and exit"};
-const OptionSpec kPlist{"--plist", "-p", false, "", "print the result as an XML property list"};
-const OptionSpec kTag{"--tag", "-t", true, "TAG", "a tag (give the option once per tag)"};
+const OptionInfo kHelp{"--help", "-h", false, "", "show this help and exit"};
+const OptionInfo kPlist{"--plist", "-p", false, "", "print the result as an XML property list"};
+const OptionInfo kTag{"--tag", "-t", true, "TAG", "a tag (give the option once per tag)"};
 
 Value stringArray(const std::vector<std::string>& items) {
   wf::Array a;
@@ -373,7 +373,7 @@ const Command* findCommand(const std::string& name) {
 std::string commandHelp(const Command& c) {
   std::string s =
       "Usage: openmeta " + c.name + " " + c.synopsis + "\n\n" + c.description + "\n\nOptions:\n";
-  for (const OptionSpec& o : c.options) {
+  for (const OptionInfo& o : c.options) {
     std::string names = o.shortName.empty() ? "    " + o.longName : o.shortName + ", " + o.longName;
     if (o.takesValue) names += " " + o.valueName;
     s += "  " + names + std::string(names.size() < 22 ? 22 - names.size() : 1, ' ') + o.help + "\n";

@@ -13,7 +13,7 @@ struct Command {
   std::string synopsis;     // after "openmeta NAME "
   std::string summary;      // one line for the command list
   std::string description;  // for NAME --help
-  std::vector<OptionSpec> options;
+  std::vector<OptionInfo> options;
   std::size_t minOperands = 0;
   int (*run)(const ParsedArguments& args);
 };
