@@ -108,6 +108,24 @@ TEST_F(XAttrCodec, ValueOfExactly4096BytesIsWrittenAnd4097IsRefused) {
   EXPECT_EQ(rawAttribute(file, metadataAttribute("kBig")), stored) << "left as it was";
 }
 
+// ext4 without large attributes cannot hold 4096 bytes: the store reports
+// the file system's refusal as it is, and the old value stays.
+TEST(XAttrCodecOnDisk, FullSizeValueIsStoredOrRefusedByTheFileSystem) {
+  TempDir disk(false);
+  const std::string file = disk / "file";
+  writeFile(file, "content");
+  ASSERT_FALSE(OpenMeta::setXAttrMetaData(Value("old"), "kBig", file).has_value());
+  const auto before = rawAttribute(file, metadataAttribute("kBig"));
+  const Value fits = valueOfSerialisedSize(4096, plist::Format::XML);
+  const OptError e = OpenMeta::setXAttrMetaData(fits, "kBig", file);
+  if (!e) {
+    EXPECT_EQ(OpenMeta::getXAttrMetaData("kBig", file, nullptr), fits);
+    return;
+  }
+  expectPosixError(e, ENOSPC);
+  EXPECT_EQ(rawAttribute(file, metadataAttribute("kBig")), before);
+}
+
 TEST_F(XAttrCodec, BinaryGenerationHasTheSameLimit) {
   GenerationGuard binary(1265);
   const Value fits = valueOfSerialisedSize(4096, plist::Format::Binary);
