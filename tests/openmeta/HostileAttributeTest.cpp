@@ -184,7 +184,7 @@ TEST_F(ForeignAttributes, HostileTagListNeverReachesTheTagOperations) {
   EXPECT_FALSE(rawAttribute(file, metadataAttribute("kMDItemOMUserTagTime")).has_value());
 }
 
-TEST_F(ForeignAttributes, ArrayOfNonStringsIsNoTagList) {
+TEST_F(ForeignAttributes, NumbersInAStoredTagListAreLeftOutOnRead) {
   ASSERT_FALSE(
       OpenMeta::setXAttrMetaData(Value(Array{Value(1), Value("a")}), "kMDItemOMUserTags", file)
           .has_value());
