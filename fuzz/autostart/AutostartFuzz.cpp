@@ -1,4 +1,5 @@
-// Any Exec value of an autostart entry: finding its program never fails.
+// Any bytes as an autostart entry, and any Exec value: reading them never
+// fails, and an entry that resolves names an absolute program.
 // Any path (printable, absolute): the Exec value written for it, read back
 // as a key-file reader would, starts exactly that path.
 #include <glib.h>
@@ -10,6 +11,7 @@
 #include <string_view>
 
 #include "platform/linux/XdgAutostartExec.h"
+#include "platform/linux/XdgAutostartLoginItems.h"
 
 namespace {
 
@@ -33,6 +35,11 @@ std::optional<std::string> readBack(const std::string& written) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view input(reinterpret_cast<const char*>(data), size);
   (void)wf::platform::xdg::execProgram(input);
+  // No search path: bare names stay unresolved, absolute ones are looked at.
+  wf::platform::LoginItem item = wf::platform::xdg::autostartItem("fuzz.desktop", input, "");
+  if (item.token != "fuzz.desktop") std::abort();
+  if (item.resolvedPath && (item.resolvedPath->empty() || (*item.resolvedPath)[0] != '/'))
+    std::abort();
 
   std::string path = "/";
   for (char c : input)
