@@ -36,15 +36,26 @@ TEST_F(SignalBurst, NoticesWhileTheSyncFolderKeepsMovingLeaveTheLastFolderWatche
   test::writeFile(other + "/WrenfoldKeywords.plist", "shared keywords");
   launch();
   int watches = inotifyWatchCount(s.helperPid());
+  std::string before = inotifyWatches(s.helperPid());
+  const char* handled = "External OpenMeta Scanning Enabled";
+  int launchLines = s.countInStderr(handled);
   for (int i = 0; i < 1000; ++i) {
     s.writePreferences({{"settingsSyncMethod", Value(2)},
                         {"syncFolderPath", Value(i % 2 ? sync() : other)},
                         {"recognizeOpenMetaTags", Value(true)}});
     s.emit("WrenfoldPreferencesDidChange");
   }
-  // The last file named `sync()`.
-  ASSERT_TRUE(s.roundTrip(60));
-  EXPECT_EQ(inotifyWatchCount(s.helperPid()), watches);
+  // Every notice handled; the last file named `sync()`.
+  ASSERT_TRUE(s.waitForLine(handled, 300, launchLines + 1000))
+      << s.countInStderr(handled) - launchLines << " of 1000 handled";
+  ASSERT_TRUE(s.roundTrip());
+  EXPECT_EQ(inotifyWatchCount(s.helperPid()), watches)
+      << "before:\n"
+      << before << "after:\n"
+      << inotifyWatches(s.helperPid())
+      << "failed starts: " << s.countInStderr("failed to start the SyncFolder Listener")
+      << ", starts: " << s.countInStderr("Successfully set up SyncFolder Listener")
+      << ", stops: " << s.countInStderr("stopSyncFolderWatcher");
   s.watch("WrenfoldHelperDidUpdateKeywordsFile");
   test::writeFile(other + "/WrenfoldKeywords.plist", "not watched any more");
   test::writeFile(sync() + "/WrenfoldKeywords.plist", "keywords from the other computer");

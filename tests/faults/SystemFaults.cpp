@@ -220,6 +220,21 @@ int inotifyWatchCount(pid_t pid) {
   return count;
 }
 
+std::string inotifyWatches(pid_t pid) {
+  std::string text;
+  std::string dir = "/proc/" + std::to_string(pid) + "/fdinfo";
+  DIR* d = opendir(dir.c_str());
+  if (!d) return text;
+  while (dirent* e = readdir(d)) {
+    std::ifstream in(dir + "/" + e->d_name);
+    std::string line;
+    while (std::getline(in, line))
+      if (line.rfind("inotify wd:", 0) == 0) text += line + "\n";
+  }
+  closedir(d);
+  return text;
+}
+
 DoubleProcess::DoubleProcess(const std::string& busAddress, std::vector<std::string> arguments) {
   int pipeFds[2];
   if (pipe2(pipeFds, O_CLOEXEC) != 0) return;

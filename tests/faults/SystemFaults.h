@@ -70,6 +70,8 @@ std::vector<std::string> listeningSockets(pid_t pid);
 
 // Number of inotify watches that process `pid` holds.
 int inotifyWatchCount(pid_t pid);
+// Its watches as /proc describes them (one "inotify wd:..." line each).
+std::string inotifyWatches(pid_t pid);
 
 // A test double (tests/doubles/scripting-app) on the session's bus, ended
 // with SIGKILL when the object goes.
