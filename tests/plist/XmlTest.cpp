@@ -1,3 +1,4 @@
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -176,6 +177,27 @@ TEST(XmlReader, WithOrWithoutDeclarationAndDoctype) {
             Value(true));
   // Foundation also reads a bare value without the <plist> element.
   EXPECT_EQ(read("<array><integer>1</integer></array>"), Value(Array{Value(1)}));
+}
+
+TEST(XmlReader, UTF16WithByteOrderMark) {
+  std::string text =
+      "<?xml version=\"1.0\" encoding=\"UTF-16\"?><plist><string>h\u00E9</string></plist>";
+  gsize n = 0;
+  gchar* be = g_convert(text.data(), static_cast<gssize>(text.size()), "UTF-16BE", "UTF-8", nullptr,
+                        &n, nullptr);
+  ASSERT_NE(be, nullptr);
+  std::string big = "\xFE\xFF" + std::string(be, n);
+  g_free(be);
+  gchar* le = g_convert(text.data(), static_cast<gssize>(text.size()), "UTF-16LE", "UTF-8", nullptr,
+                        &n, nullptr);
+  ASSERT_NE(le, nullptr);
+  std::string little = "\xFF\xFE" + std::string(le, n);
+  g_free(le);
+  EXPECT_EQ(read(big), Value("h\u00E9"));
+  EXPECT_EQ(read(little), Value("h\u00E9"));
+  std::string error;
+  EXPECT_TRUE(plist::parse(std::string("\xFE\xFF\x00<\xD8\x00", 6), &error).isNil());
+  EXPECT_NE(error.find("invalid UTF-16"), std::string::npos) << error;
 }
 
 TEST(XmlReader, EntitiesCharacterReferencesCdataComments) {

@@ -90,7 +90,7 @@ struct Tag {
 
 class XmlReader {
  public:
-  explicit XmlReader(std::string_view s) : s_(s) {}
+  explicit XmlReader(std::string_view s, bool fromUTF16 = false) : s_(s), fromUTF16_(fromUTF16) {}
 
   Value parse(std::string* error) {
     Value v = parseDocument();
@@ -104,6 +104,7 @@ class XmlReader {
   std::string what_;
   std::size_t where_ = 0;
   bool failed_ = false;
+  bool fromUTF16_ = false;  // converted from UTF-16, so it may say so
 
   Value fail(std::size_t at, std::string what) {
     if (!failed_) {
@@ -188,7 +189,9 @@ class XmlReader {
         if (q2 != std::string_view::npos) {
           std::string_view name = decl.substr(q + 1, q2 - q - 1);
           if (!equalsNoCase(name, "UTF-8") && !equalsNoCase(name, "UTF8") &&
-              !equalsNoCase(name, "US-ASCII") && !equalsNoCase(name, "ASCII"))
+              !equalsNoCase(name, "US-ASCII") && !equalsNoCase(name, "ASCII") &&
+              !(fromUTF16_ && (equalsNoCase(name, "UTF-16") || equalsNoCase(name, "UTF-16BE") ||
+                               equalsNoCase(name, "UTF-16LE"))))
             return fail(at + q + 1, "unsupported encoding \"" + show(name) + "\" (only UTF-8)"),
                    false;
         }
@@ -585,6 +588,22 @@ class XmlReader {
 
 }  // namespace
 
-Value parseXML(std::string_view bytes, std::string* error) { return XmlReader(bytes).parse(error); }
+Value parseXML(std::string_view bytes, std::string* error) {
+  // Foundation also reads UTF-16 lists that start with a byte-order mark;
+  // they are read as their UTF-8 equivalent (positions then refer to that).
+  bool big = bytes.substr(0, 2) == "\xFE\xFF", little = bytes.substr(0, 2) == "\xFF\xFE";
+  if (!big && !little) return XmlReader(bytes).parse(error);
+  std::string_view body = bytes.substr(2);
+  gsize written = 0;
+  gchar* utf8 = g_convert(body.data(), static_cast<gssize>(body.size()), "UTF-8",
+                          big ? "UTF-16BE" : "UTF-16LE", nullptr, &written, nullptr);
+  if (!utf8) {
+    if (error) *error = "line 1, column 1: invalid UTF-16 text";
+    return Value();
+  }
+  std::string text(utf8, written);
+  g_free(utf8);
+  return XmlReader(text, true).parse(error);
+}
 
 }  // namespace wf::plist::detail
