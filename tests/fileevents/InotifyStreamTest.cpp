@@ -10,6 +10,7 @@
 
 #include "fileevents/EventLoop.h"
 #include "platform/foundation/FileManager.h"
+#include "platform/linux/Dispatch.h"
 #include "platform/linux/InotifyFileEventStream.h"
 #include "support/Fakes.h"
 
@@ -383,4 +384,25 @@ TEST_F(InotifyStreamTest, FoldersOnDiskAreWatchedToo) {
   foreignWrite(disk / "w/a/c/g");
   ASSERT_TRUE(waitFor(disk / "w/a/c/g"));
   EXPECT_TRUE(batches.contains(disk / "w/a/b/f"));
+}
+
+TEST_F(InotifyStreamTest, AnExceptionInACallbackIsLoggedAndTheStreamGoesOn) {
+  platform::setDispatchLog(&log);
+  platform::FileEventStreamParams params;
+  params.paths = {root};
+  params.latency = 0.1;
+  int calls = 0;
+  stream = factory.create(params, [&](const std::vector<std::string>& paths) {
+    batches.calls.push_back(paths);
+    if (++calls == 1) throw NSException("the other application went away");
+  });
+  ASSERT_TRUE(stream && stream->start());
+  foreignWrite(root + "/first");
+  ASSERT_TRUE(runUntil([&] { return calls == 1; }, 5));
+  foreignWrite(root + "/second");
+  ASSERT_TRUE(waitFor(root + "/second"));
+  platform::setDispatchLog(nullptr);
+  EXPECT_EQ(
+      log.count(platform::uncaughtExceptionMessage(NSException("the other application went away"))),
+      1u);
 }
