@@ -1,6 +1,7 @@
 // The launch sequence: the order of its steps is part of the helper's
 // contract with the plug-in (the first application of the preferences must
 // come before the interval run, the observers last).
+#include "app/LoginItems.h"
 #include "app/WFHelperAppDelegate.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
@@ -30,6 +31,9 @@ void observePlugInNotifications(WFHelperAppDelegate* self) {
 }  // namespace
 
 void WFHelperAppDelegate::applicationDidFinishLaunching() {
+  // 1. The plug-in's URL schemes belong to Mail.
+  registerWrenfoldUrlSchema();
+
   // 2. Command-line overrides: the "WF" arguments.
   Dictionary launchArguments;
   for (const auto& [key, value] : services_.defaults->argumentDomain())
@@ -43,6 +47,7 @@ void WFHelperAppDelegate::applicationDidFinishLaunching() {
   if (!installed) {
     NSLog(
         "Wrenfold is not installed -- Quitting Wrenfold Helper App and removing from login items");
+    removeWrenfoldHelperFromLoginItems();
     services_.loop->terminate();
   }
 

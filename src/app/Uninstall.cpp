@@ -1,9 +1,11 @@
+#include "app/LoginItems.h"
 #include "app/WFHelperAppDelegate.h"
 
 namespace wf {
 
 void WFHelperAppDelegate::wrenfoldWillUninstall(const platform::Notification*) {
   NSLog("Wrenfold is uninstalling!");
+  removeWrenfoldHelperFromLoginItems();
   stopOpenMetaFolderWatcher();
   stopSyncFolderWatcher();
   services_.loop->terminate();

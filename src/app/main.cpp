@@ -10,11 +10,13 @@
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
 #include "platform/linux/InotifyFileEventStream.h"
+#include "platform/linux/MimeAppsUrlHandlers.h"
 #include "platform/linux/ProcessDefaults.h"
 #include "platform/linux/ProcessEnvironment.h"
 #include "platform/linux/SessionBus.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLog.h"
+#include "platform/linux/XdgAutostartLoginItems.h"
 
 int main(int argc, char** argv) {
   using namespace wf;
@@ -51,6 +53,8 @@ int main(int argc, char** argv) {
   BusWorkspace workspace(bus);
   InotifyFileEventStreamFactory fileEvents(log);
   DBusScripting scripting(bus, workspace);
+  XdgAutostartLoginItems loginItems(environment);
+  MimeAppsUrlHandlers urlHandlers(environment, workspace);
   ProcessDefaults defaults(parseArgumentDomain(arguments), ProcessEnvironment::ownDefaultsFile());
 
   Services services;
@@ -63,6 +67,8 @@ int main(int argc, char** argv) {
   services.environment = &environment;
   services.fileEvents = &fileEvents;
   services.scripting = &scripting;
+  services.loginItems = &loginItems;
+  services.urlHandlers = &urlHandlers;
 
   WFHelperAppDelegate delegate(services);
   loop.terminateOnSignals();

@@ -1,6 +1,7 @@
 // The plug-in's preferences, read straight from its file (what Mail's
 // process last wrote) and kept for 120 seconds; command-line "WF" arguments
 // override single keys.
+#include "app/LoginItems.h"
 #include "app/WFHelperAppDelegate.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/plist/PropertyList.h"
@@ -60,6 +61,13 @@ void WFHelperAppDelegate::preferencesDidChange(const platform::Notification*) {
   }
   WFLogKeyed("logPreferencesNotification", "PreferencesDidChangeNotification: %@",
              Value(std::move(snapshot)));
+
+  // Straight from the file: a command-line override does not make the
+  // helper a login item.
+  if (prefs.get("launchWrenfoldHelperAtLogin").boolValue())
+    addWrenfoldHelperToLoginItems();
+  else
+    removeWrenfoldHelperFromLoginItems();
 
   if (services_.defaults->boolForKey("disableOpenMetaScanning")) {
     NSLog(

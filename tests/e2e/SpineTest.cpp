@@ -18,13 +18,60 @@ constexpr const char* kNotInstalled =
     "Wrenfold is not installed -- Quitting Wrenfold Helper App and removing from login items";
 constexpr const char* kScanning = "External Project Scanning Enabled";
 
-TEST(Spine, MissingPlugInWritesOneMessageAndEnds) {
+std::string autostartEntry(const Session& s) {
+  return s.home() + "/.config/autostart/org.ardel.WrenfoldHelper.desktop";
+}
+
+bool exists(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0;
+}
+
+void writeAutostartEntry(const Session& s) {
+  ASSERT_EQ(mkdir((s.home() + "/.config/autostart").c_str(), 0755), 0);
+  FILE* f = fopen(autostartEntry(s).c_str(), "w");
+  ASSERT_TRUE(f);
+  fprintf(f,
+          "[Desktop Entry]\nType=Application\nName=Wrenfold Helper\nExec=%s\n"
+          "X-Bundle-Identifier=org.ardel.WrenfoldHelper\n",
+          helperBinary().c_str());
+  fclose(f);
+}
+
+TEST(Spine, MissingPlugInWritesOneMessageRemovesTheLoginItemAndEnds) {
   Session s;
+  writeAutostartEntry(s);
   s.removePlugIn();
   s.startHelper();
   EXPECT_EQ(s.waitForExit(kWait), 0);
   EXPECT_EQ(s.countInStderr(kNotInstalled), 1) << s.stderrText();
   EXPECT_EQ(s.countInStderr("Launched"), 0);
+  EXPECT_FALSE(exists(autostartEntry(s)));
+}
+
+TEST(Spine, LoginChoiceInThePreferencesWritesTheAutostartEntry) {
+  Session s;
+  s.writePreferences({{"launchWrenfoldHelperAtLogin", Value(true)}});
+  s.startHelper();
+  ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
+  EXPECT_TRUE(exists(autostartEntry(s)));
+}
+
+TEST(Spine, UrlSchemesAreHandedToMail) {
+  Session s;
+  FILE* f = fopen((s.home() + "/share/applications/com.apple.mail.desktop").c_str(), "w");
+  ASSERT_TRUE(f);
+  fputs("[Desktop Entry]\nType=Application\nName=Mail\nExec=true\n", f);
+  fclose(f);
+  s.startHelper();
+  ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
+  FILE* list = fopen((s.home() + "/.config/mimeapps.list").c_str(), "r");
+  ASSERT_TRUE(list);
+  std::string text;
+  char buf[512];
+  while (fgets(buf, sizeof buf, list)) text += buf;
+  fclose(list);
+  EXPECT_NE(text.find("x-scheme-handler/wfkw=com.apple.mail.desktop"), std::string::npos) << text;
 }
 
 TEST(Spine, LaunchWithAWFArgumentListsItAndLogsItsKey) {
@@ -114,13 +161,16 @@ TEST(Spine, OtherApplicationsQuittingChangeNothing) {
   EXPECT_TRUE(s.helperRunning());
 }
 
-TEST(Spine, UninstallEndsTheHelper) {
+TEST(Spine, UninstallRemovesTheLoginItemAndEndsTheHelper) {
   Session s;
+  s.writePreferences({{"launchWrenfoldHelperAtLogin", Value(true)}});
   s.startHelper();
   ASSERT_TRUE(s.waitForLaunch());
+  ASSERT_TRUE(exists(autostartEntry(s)));
   s.emit("WrenfoldWillUninstall");
   EXPECT_EQ(s.waitForExit(kWait), 0);
   EXPECT_EQ(s.countInStderr("Wrenfold is uninstalling!\n"), 1);
+  EXPECT_FALSE(exists(autostartEntry(s)));
 }
 
 TEST(Spine, PreferencesChangeIsPickedUpAtOnce) {
