@@ -1,5 +1,7 @@
 // End-to-end harness: runs the real wrenfold-helper against a temporary home
 // on a private session bus and talks to it with real signals and files.
+// Link `wf_e2e_support` (it brings gtest_main and builds the helper first)
+// and include "support/Harness.h".
 //
 //   wf::e2e::Session s;                       // home + private bus
 //   s.writePreferences({{"logOpenMeta", wf::Value(true)}});
