@@ -85,7 +85,9 @@ TEST_F(DiskFaults, FullDiskDuringListFileWritesKeepsTheOldListThenWritesTheNewOn
 
   freeSpace(ardel());
   ASSERT_TRUE(s.ownName("com.apple.mail"));  // Mail's start runs the import at once
-  EXPECT_TRUE(s.waitUntil([&] { return finderListCount() == 300; }, 20)) << s.stderrText();
+  EXPECT_TRUE(waitForFiles(
+      s, [&] { return finderListCount() == 300; }, 20))
+      << s.stderrText();
   EXPECT_TRUE(temporariesBelow(ardel()).empty());
   EXPECT_TRUE(s.helperRunning());
 }
@@ -99,7 +101,9 @@ TEST_F(DiskFaults, FullDiskDuringStubWritesKeepsTheMessageAndTheNextChangeWrites
   disk->fill();
   launch();
   tag(path);
-  ASSERT_TRUE(s.waitUntil([&] { return imported(path); }, 30)) << s.stderrText();
+  ASSERT_TRUE(waitForFiles(
+      s, [&] { return imported(path); }, 30))
+      << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_FALSE(stubWritten(path));
 
@@ -122,7 +126,9 @@ TEST_F(DiskFaults, DISABLED_FullDiskDuringStubWritesLeavesNoPartialStub) {
   disk->fill();
   launch();
   tag(path);
-  ASSERT_TRUE(s.waitUntil([&] { return imported(path); }, 30)) << s.stderrText();
+  ASSERT_TRUE(waitForFiles(
+      s, [&] { return imported(path); }, 30))
+      << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_TRUE(!exists(stubOf(path)) || stubWritten(path))
       << "partial stub of " << readFile(stubOf(path)).size() << " bytes";
@@ -198,7 +204,9 @@ TEST_F(DiskFaults, ReadOnlyFileSystemKeepsEveryFileAndTheHelperRuns) {
   EXPECT_EQ(readFile(sync() + "/WrenfoldKeywords.plist"), "shared keywords");
 
   tag(path);
-  ASSERT_TRUE(s.waitUntil([&] { return imported(path); }, 30)) << s.stderrText();
+  ASSERT_TRUE(waitForFiles(
+      s, [&] { return imported(path); }, 30))
+      << s.stderrText();
   EXPECT_FALSE(exists(stubOf(path)));
   EXPECT_EQ(readFile(path), bytes);
   ASSERT_TRUE(s.roundTrip());

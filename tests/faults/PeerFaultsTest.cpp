@@ -97,7 +97,8 @@ TEST_F(ScriptingPeers, AnApplicationThatFloodsTheBusStillGetsItsProjectsRead) {
   auto app = startOmniFocus({"--misbehave", "flood"});
   s.startHelper({"-WFlogOmniFocusProjects", "YES"});
   ASSERT_TRUE(s.waitForLaunch(30)) << s.stderrText();
-  EXPECT_TRUE(s.waitUntil(
+  EXPECT_TRUE(waitForFiles(
+      s,
       [&] {
         return plist::arrayWithContentsOfFile(list()) ==
                Value(Array{Value("Alpha"), Value("Beta")});
