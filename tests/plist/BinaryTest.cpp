@@ -123,6 +123,11 @@ TEST(BinaryWriter, LongCountsUseAnIntegerObject) {
   EXPECT_EQ(read(b), Value(s));
 }
 
+TEST(BinaryWriter, UndefinedDatesAndRealsRoundTrip) {
+  Value v(Array{Value(Date{std::nan("")}), Value(std::nan("")), Value(Date{HUGE_VAL})});
+  EXPECT_EQ(read(binary(v)), v);
+}
+
 TEST(BinaryWriter, RefusesNilAndNull) {
   std::string out, error;
   EXPECT_FALSE(plist::toBinary(Value(Dictionary{{"a", Value::null()}}), out, &error));

@@ -52,6 +52,8 @@ TEST(ValueEquality, DatesDataNilAndNull) {
   EXPECT_EQ(Value(Date{12.5}), Value(Date{12.5}));
   EXPECT_NE(Value(Date{12.5}), Value(Date{12}));
   EXPECT_NE(Value(Date{0}), Value(0));
+  EXPECT_EQ(Value(Date{std::nan("")}), Value(Date{std::nan("")}));
+  EXPECT_NE(Value(Date{std::nan("")}), Value(Date{0}));
   EXPECT_EQ(Value(Data{1, 2}), Value(Data{1, 2}));
   EXPECT_NE(Value(Data{1, 2}), Value(Data{2, 1}));
   EXPECT_NE(Value(Data{}), Value(""));

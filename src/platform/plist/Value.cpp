@@ -169,8 +169,12 @@ bool Value::operator==(const Value& other) const {
       return true;
     case Type::String:
       return std::get<StrP>(v_) == std::get<StrP>(other.v_) || asString() == other.asString();
-    case Type::Date:
-      return asDate() == other.asDate();
+    case Type::Date: {
+      // As with reals, an undefined date equals itself so that it survives
+      // a round trip through a file.
+      double x = asDate().seconds, y = other.asDate().seconds;
+      return x == y || (std::isnan(x) && std::isnan(y));
+    }
     case Type::Data:
       return asData() == other.asData();
     case Type::Array:
