@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/FileEvents.h"
 #include "platform/plist/Codec.h"
 
 namespace wf::plist {
@@ -130,6 +131,8 @@ Value arrayWithContentsOfFile(const std::string& path) {
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error) {
+  // Streams that leave out this process's own changes must not see this one.
+  platform::OwnChange own(path);
   std::string dir = directoryOf(path);
   auto slash = path.rfind('/');
   std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -175,6 +178,7 @@ bool writeToFile(const Value& v, const std::string& path, bool atomically, std::
   std::string bytes;
   if (!toXML(v, bytes, error)) return false;
   if (atomically) return writeFileAtomically(path, bytes, error);
+  platform::OwnChange own(path);
   int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   if (fd < 0) {
     setError(error, errnoText("cannot write", path, errno));
