@@ -62,9 +62,37 @@ void OpenMeta::registerOMAttributes(const Value& attributes, const std::string& 
   g_source_unref(timeout);
 }
 
+namespace {
+
+// True when `path` names an item inside a register folder: the folder's
+// components appear whole, something follows them, and no ".." climbs out.
+bool isInsideRegisterFolder(const std::string& path) {
+  const std::string folder = kRegisterFolder;
+  bool inside = false;
+  for (std::size_t at = path.find(folder); at != std::string::npos;
+       at = path.find(folder, at + 1)) {
+    std::size_t end = at + folder.size();
+    if ((at == 0 || path[at - 1] == '/') && end + 1 < path.size() && path[end] == '/') {
+      inside = true;
+      break;
+    }
+  }
+  if (!inside) return false;
+  std::size_t start = 0;
+  while (start <= path.size()) {
+    std::size_t slash = path.find('/', start);
+    if (slash == std::string::npos) slash = path.size();
+    if (path.compare(start, slash - start, "..") == 0 && slash - start == 2) return false;
+    start = slash + 1;
+  }
+  return true;
+}
+
+}  // namespace
+
 void OpenMeta::removeSchemaFile(const std::string& path) {
   // Never delete anything outside a register folder.
-  if (path.find(kRegisterFolder) == std::string::npos) return;
+  if (!isInsideRegisterFolder(path)) return;
   (void)FileManager::defaultManager().removeItemAtPath(path);
 }
 

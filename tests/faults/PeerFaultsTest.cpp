@@ -31,7 +31,7 @@ TEST(BusFaults, TheHelperEndsWhenTheSessionBusGoesAway) {
 // status 0 and not a word, so nothing tells the user (or systemd) that it
 // lost its bus. Expected: a line naming the session bus and a failure
 // status, as when there is no bus at launch.
-TEST(BusFaults, DISABLED_TheHelperSaysWhyAndFailsWhenTheSessionBusGoesAway) {
+TEST(BusFaults, TheHelperSaysWhyAndFailsWhenTheSessionBusGoesAway) {
   e2e::Session s;
   s.startHelper();
   ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();

@@ -81,18 +81,17 @@ TEST_F(SchemaRemoval, AFileInTheRegisterIsRemoved) {
   EXPECT_TRUE(exists(registerFolder()));
 }
 
-// Bug: the guard only looks for the register folder's name in the text, so
-// a path that climbs out of the register with ".." deletes what it names.
-TEST_F(SchemaRemoval, DISABLED_APathThatClimbsOutOfTheRegisterIsLeftAlone) {
+// The guard is on whole path components: a path that climbs out of the
+// register with ".." is left alone.
+TEST_F(SchemaRemoval, APathThatClimbsOutOfTheRegisterIsLeftAlone) {
   faults::makeFolders(registerFolder());
   writeFile(dir / "victim", "keep");
   OpenMeta::removeSchemaFile(registerFolder() + "/../../../../victim");
   EXPECT_TRUE(exists(dir / "victim"));
 }
 
-// Bug: the same guard accepts any folder whose name merely begins like the
-// register's ("schemaregister-old").
-TEST_F(SchemaRemoval, DISABLED_AFolderNamedLikeTheRegisterIsLeftAlone) {
+// A folder whose name merely begins like the register's is not the register.
+TEST_F(SchemaRemoval, AFolderNamedLikeTheRegisterIsLeftAlone) {
   std::string sibling = registerFolder() + "-old";
   faults::makeFolders(sibling);
   writeFile(sibling + "/user-file", "keep");

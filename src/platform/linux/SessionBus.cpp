@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "platform/linux/Dispatch.h"
+#include "platform/linux/GLibMainLoop.h"
 
 namespace wf::platform {
 namespace {
@@ -39,6 +40,16 @@ std::string errorText(GError* error) {
   return text;
 }
 
+// Without its bus the helper can neither hear the plug-in nor answer it:
+// say why and end with a failure status, so that a service manager that
+// restarts on failure brings it back once the session's bus is there again.
+void onConnectionClosed(GDBusConnection*, gboolean remotePeerVanished, GError* error, gpointer) {
+  std::string reason =
+      error ? error->message : (remotePeerVanished ? "the bus went away" : "connection closed");
+  logPlatformMessage("lost the session bus: " + reason);
+  endProcess(1);
+}
+
 }  // namespace
 
 GDBusConnection* connectSessionBus(std::string* reason) {
@@ -56,6 +67,11 @@ GDBusConnection* connectSessionBus(std::string* reason) {
     *reason = errorText(error);
   else if (error)
     g_error_free(error);
+  if (gSessionBus) {
+    // GLib's default would raise SIGTERM and end the helper as if asked to.
+    g_dbus_connection_set_exit_on_close(gSessionBus, FALSE);
+    g_signal_connect(gSessionBus, "closed", G_CALLBACK(onConnectionClosed), nullptr);
+  }
   return gSessionBus;
 }
 
