@@ -49,6 +49,7 @@ inline constexpr const char* kUsage =
     "            WrenfoldHelperDidUpdateInboxRulesFile WrenfoldHelperDidUpdateSmartMailboxesFile\n"
     "            WrenfoldFinderTagsWereModified\n"
     "\n"
-    "Exit status: 0 when the helper ends itself or on SIGTERM/SIGINT; 1 without a session bus.\n";
+    "Exit status: 0 when the helper ends itself or on SIGTERM/SIGINT; 1 without a\n"
+    "session bus, or when the bus goes away.\n";
 
 }  // namespace wf
