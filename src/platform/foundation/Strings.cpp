@@ -199,11 +199,20 @@ std::string stringByAppendingPathComponent(std::string_view path, std::string_vi
   return fixSlashes(joined);
 }
 
-bool isValidUTF8(std::string_view s) {
-  // Written out rather than g_utf8_validate(), which refuses NUL characters.
-  const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+// Written out rather than g_utf8_validate(), which refuses NUL characters.
+std::size_t firstInvalidUTF8(std::string_view s) {
+  const auto* begin = reinterpret_cast<const unsigned char*>(s.data());
+  const auto* p = begin;
   const auto* end = p + s.size();
   while (p < end) {
+    // Skip ASCII eight bytes at a time; most property lists are ASCII.
+    while (end - p >= 8) {
+      std::uint64_t w;
+      std::memcpy(&w, p, 8);
+      if (w & 0x8080808080808080ull) break;
+      p += 8;
+    }
+    if (p >= end) break;
     unsigned c = *p;
     if (c < 0x80) {
       ++p;
@@ -221,19 +230,21 @@ bool isValidUTF8(std::string_view s) {
       n = 3;
       cp = c & 0x07;
     } else {
-      return false;
+      return static_cast<std::size_t>(p - begin);
     }
-    if (end - p <= n) return false;
+    if (end - p <= n) return static_cast<std::size_t>(p - begin);
     for (int k = 1; k <= n; ++k) {
-      if ((p[k] & 0xC0) != 0x80) return false;
+      if ((p[k] & 0xC0) != 0x80) return static_cast<std::size_t>(p - begin);
       cp = (cp << 6) | (p[k] & 0x3F);
     }
     if ((n == 2 && cp < 0x800) || (n == 3 && (cp < 0x10000 || cp > 0x10FFFF)) ||
         (cp >= 0xD800 && cp <= 0xDFFF))
-      return false;
+      return static_cast<std::size_t>(p - begin);
     p += n + 1;
   }
-  return true;
+  return std::string_view::npos;
 }
+
+bool isValidUTF8(std::string_view s) { return firstInvalidUTF8(s) == std::string_view::npos; }
 
 }  // namespace wf::ns

@@ -36,5 +36,7 @@ std::string stringByDeletingPathExtension(std::string_view path);
 std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
 
 bool isValidUTF8(std::string_view s);
+// Offset of the first byte that is not valid UTF-8 (NUL is valid), or npos.
+std::size_t firstInvalidUTF8(std::string_view s);
 
 }  // namespace wf::ns

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/foundation/Strings.h"
 #include "platform/plist/Codec.h"
 #include "platform/plist/Text.h"
 
@@ -28,52 +29,6 @@ std::string_view trim(std::string_view s) {
 
 bool equalsNoCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() && g_ascii_strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-// Offset of the first byte that is not valid UTF-8, or npos.
-std::size_t firstInvalidUTF8(std::string_view s) {
-  const auto* begin = reinterpret_cast<const unsigned char*>(s.data());
-  const auto* p = begin;
-  const auto* end = p + s.size();
-  while (p < end) {
-    // Skip ASCII eight bytes at a time; most property lists are ASCII.
-    while (end - p >= 8) {
-      std::uint64_t w;
-      std::memcpy(&w, p, 8);
-      if (w & 0x8080808080808080ull) break;
-      p += 8;
-    }
-    if (p >= end) break;
-    unsigned c = *p;
-    if (c < 0x80) {
-      ++p;
-      continue;
-    }
-    int n;
-    unsigned cp;
-    if (c >= 0xC2 && c <= 0xDF) {
-      n = 1;
-      cp = c & 0x1F;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      n = 2;
-      cp = c & 0x0F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      n = 3;
-      cp = c & 0x07;
-    } else {
-      return static_cast<std::size_t>(p - begin);
-    }
-    if (end - p <= n) return static_cast<std::size_t>(p - begin);
-    for (int k = 1; k <= n; ++k) {
-      if ((p[k] & 0xC0) != 0x80) return static_cast<std::size_t>(p - begin);
-      cp = (cp << 6) | (p[k] & 0x3F);
-    }
-    if ((n == 2 && cp < 0x800) || (n == 3 && (cp < 0x10000 || cp > 0x10FFFF)) ||
-        (cp >= 0xD800 && cp <= 0xDFFF))
-      return static_cast<std::size_t>(p - begin);
-    p += n + 1;
-  }
-  return std::string_view::npos;
 }
 
 void appendUTF8(std::string& out, std::uint32_t cp) {
@@ -225,7 +180,7 @@ class XmlReader {
 
   Value parseDocument() {
     if (startsWith("\xEF\xBB\xBF")) p_ = 3;
-    if (auto bad = firstInvalidUTF8(s_); bad != std::string_view::npos)
+    if (auto bad = ns::firstInvalidUTF8(s_); bad != std::string_view::npos)
       return fail(bad, "invalid UTF-8 byte 0x" + hex(static_cast<unsigned char>(s_[bad])));
     while (true) {
       while (!atEnd() && isSpace(s_[p_])) ++p_;
