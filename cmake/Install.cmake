@@ -19,7 +19,7 @@ install(FILES ${WF_DBUS_INTERFACES} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/
 configure_file(${PROJECT_SOURCE_DIR}/resources/systemd/wrenfold-helper.service.in
                ${PROJECT_BINARY_DIR}/wrenfold-helper.service @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/wrenfold-helper.service
-        DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/user)
+        DESTINATION lib/systemd/user)
 
 # Manual pages, compressed as Debian wants them.
 file(GLOB WF_MAN_PAGES ${PROJECT_SOURCE_DIR}/docs/man/*.1)
@@ -40,11 +40,11 @@ endif()
 # Debian's documentation files.
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/wrenfold-helper)
-add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/changelog.Debian.gz
-  COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian > ${PROJECT_BINARY_DIR}/changelog.Debian.gz
-  DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian VERBATIM)
-add_custom_target(wf-changelog ALL DEPENDS ${PROJECT_BINARY_DIR}/changelog.Debian.gz)
-install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/changelog.gz
+  COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/packaging/changelog > ${PROJECT_BINARY_DIR}/changelog.gz
+  DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog VERBATIM)
+add_custom_target(wf-changelog ALL DEPENDS ${PROJECT_BINARY_DIR}/changelog.gz)
+install(FILES ${PROJECT_BINARY_DIR}/changelog.gz
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/wrenfold-helper)
 
 # "defaults" is offered only where no other defaults command exists.
