@@ -157,29 +157,31 @@ void appendCodePoint(std::string& out, std::int64_t c) {
   out.append(buf, static_cast<std::size_t>(n));
 }
 
-struct Spec {
+struct Conversion {
   bool left = false, zero = false, plus = false, space = false;
   int width = -1, precision = -1;
 };
 
 // Pads a converted field to its width; numbers keep their sign in front of
 // zero padding.
-void appendPadded(std::string& out, std::string field, const Spec& spec, bool numeric) {
+void appendPadded(std::string& out, std::string field, const Conversion& conversion, bool numeric) {
   if (numeric) {
     bool negative = !field.empty() && field[0] == '-';
     std::string digits = negative ? field.substr(1) : field;
-    if (spec.precision >= 0 && static_cast<int>(digits.size()) < spec.precision)
-      digits.insert(0, static_cast<std::size_t>(spec.precision) - digits.size(), '0');
-    std::string sign = negative ? "-" : (spec.plus ? "+" : (spec.space ? " " : ""));
+    if (conversion.precision >= 0 && static_cast<int>(digits.size()) < conversion.precision)
+      digits.insert(0, static_cast<std::size_t>(conversion.precision) - digits.size(), '0');
+    std::string sign = negative ? "-" : (conversion.plus ? "+" : (conversion.space ? " " : ""));
     int total = static_cast<int>(sign.size() + digits.size());
-    if (spec.zero && !spec.left && spec.precision < 0 && spec.width > total)
-      digits.insert(0, static_cast<std::size_t>(spec.width - total), '0');
+    if (conversion.zero && !conversion.left && conversion.precision < 0 && conversion.width > total)
+      digits.insert(0, static_cast<std::size_t>(conversion.width - total), '0');
     field = sign + digits;
   }
   auto len = static_cast<int>(g_utf8_strlen(field.data(), static_cast<gssize>(field.size())));
-  if (spec.width > len && !spec.left) out.append(static_cast<std::size_t>(spec.width - len), ' ');
+  if (conversion.width > len && !conversion.left)
+    out.append(static_cast<std::size_t>(conversion.width - len), ' ');
   out.append(field);
-  if (spec.width > len && spec.left) out.append(static_cast<std::size_t>(spec.width - len), ' ');
+  if (conversion.width > len && conversion.left)
+    out.append(static_cast<std::size_t>(conversion.width - len), ' ');
 }
 
 }  // namespace
@@ -259,7 +261,7 @@ void FormatArg::appendInteger(std::string& out, bool isUnsigned) const {
       a_);
 }
 
-void FormatArg::appendReal(std::string& out, const std::string& spec) const {
+void FormatArg::appendReal(std::string& out, const std::string& conversion) const {
   double d = 0;
   if (const auto* p = std::get_if<double>(&a_))
     d = *p;
@@ -271,7 +273,7 @@ void FormatArg::appendReal(std::string& out, const std::string& spec) const {
     d = v->doubleValue();
   // Room for the widest %f of a double with the largest width we accept.
   std::string buf(2 * 4096 + 512, '\0');
-  out.append(g_ascii_formatd(buf.data(), static_cast<int>(buf.size()), spec.c_str(), d));
+  out.append(g_ascii_formatd(buf.data(), static_cast<int>(buf.size()), conversion.c_str(), d));
 }
 
 void FormatArg::appendCString(std::string& out) const {
@@ -297,29 +299,29 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
       continue;
     }
     std::size_t start = i++;
-    Spec spec;
+    Conversion conversion;
     for (; i < fmt.size(); ++i) {
       char f = fmt[i];
       if (f == '-')
-        spec.left = true;
+        conversion.left = true;
       else if (f == '0')
-        spec.zero = true;
+        conversion.zero = true;
       else if (f == '+')
-        spec.plus = true;
+        conversion.plus = true;
       else if (f == ' ')
-        spec.space = true;
+        conversion.space = true;
       else if (f != '#')
         break;
     }
     for (; i < fmt.size() && g_ascii_isdigit(fmt[i]); ++i)
-      spec.width = (spec.width < 0 ? 0 : spec.width) * 10 + (fmt[i] - '0');
+      conversion.width = (conversion.width < 0 ? 0 : conversion.width) * 10 + (fmt[i] - '0');
     if (i < fmt.size() && fmt[i] == '.') {
-      spec.precision = 0;
+      conversion.precision = 0;
       for (++i; i < fmt.size() && g_ascii_isdigit(fmt[i]); ++i)
-        spec.precision = spec.precision * 10 + (fmt[i] - '0');
+        conversion.precision = conversion.precision * 10 + (fmt[i] - '0');
     }
-    if (spec.width > 4096) spec.width = 4096;
-    if (spec.precision > 4096) spec.precision = 4096;
+    if (conversion.width > 4096) conversion.width = 4096;
+    if (conversion.precision > 4096) conversion.precision = 4096;
     while (i < fmt.size() && std::string_view("hlqzjtL").find(fmt[i]) != std::string_view::npos)
       ++i;
     if (i >= fmt.size()) {
@@ -333,16 +335,16 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
         continue;
       case '@':
         take().appendObject(field);
-        appendPadded(out, std::move(field), spec, false);
+        appendPadded(out, std::move(field), conversion, false);
         break;
       case 'd':
       case 'i':
         take().appendInteger(field, false);
-        appendPadded(out, std::move(field), spec, true);
+        appendPadded(out, std::move(field), conversion, true);
         break;
       case 'u':
         take().appendInteger(field, true);
-        appendPadded(out, std::move(field), spec, true);
+        appendPadded(out, std::move(field), conversion, true);
         break;
       case 'f':
       case 'g':
@@ -351,15 +353,15 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
       case 'G':
       case 'E': {
         std::string real = "%";
-        if (spec.left) real += '-';
-        if (spec.plus) real += '+';
-        if (spec.space) real += ' ';
-        if (spec.zero) real += '0';
-        if (spec.width >= 0) real += std::to_string(spec.width);
-        if (spec.precision >= 0) {
+        if (conversion.left) real += '-';
+        if (conversion.plus) real += '+';
+        if (conversion.space) real += ' ';
+        if (conversion.zero) real += '0';
+        if (conversion.width >= 0) real += std::to_string(conversion.width);
+        if (conversion.precision >= 0) {
           // Two appends: GCC 12 at -O3 warns (-Wrestrict) about "." + to_string.
           real += '.';
-          real += std::to_string(spec.precision);
+          real += std::to_string(conversion.precision);
         }
         real += static_cast<char>(g_ascii_tolower(fmt[i]));
         take().appendReal(out, real);
@@ -367,13 +369,13 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
       }
       case 's':
         take().appendCString(field);
-        appendPadded(out, std::move(field), spec, false);
+        appendPadded(out, std::move(field), conversion, false);
         break;
       case 'c': {
         std::string code;
         take().appendInteger(code, false);
         appendCodePoint(field, ns::integerValue(code));
-        appendPadded(out, std::move(field), spec, false);
+        appendPadded(out, std::move(field), conversion, false);
         break;
       }
       default:

@@ -49,10 +49,10 @@ class FormatArg {
   FormatArg(double d) : a_(d) {}
   FormatArg(bool b) : a_(static_cast<std::int64_t>(b ? 1 : 0)) {}
 
-  void appendObject(std::string& out) const;            // %@
+  void appendObject(std::string& out) const;                    // %@
   void appendInteger(std::string& out, bool isUnsigned) const;  // %d, %u
-  void appendReal(std::string& out, const std::string& spec) const;
-  void appendCString(std::string& out) const;           // %s
+  void appendReal(std::string& out, const std::string& conversion) const;
+  void appendCString(std::string& out) const;  // %s
 
  private:
   using Arg = std::variant<Value, Error, FileURL, std::int64_t, std::uint64_t, double, const char*>;
