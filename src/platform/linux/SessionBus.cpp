@@ -130,15 +130,16 @@ std::vector<std::string> BusWorkspace::runningApplicationIdentifiers() {
 
 void BusWorkspace::addLaunchObserver(NotificationHandler handler) {
   launchObservers_.push_back(std::move(handler));
-  if (!subscription_)
-    subscription_ = g_dbus_connection_signal_subscribe(
-        bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-        "/org/freedesktop/DBus", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onNameOwnerChanged, this,
-        nullptr);
+  followNameOwners();
 }
 
 void BusWorkspace::addTerminateObserver(NotificationHandler handler) {
   terminateObservers_.push_back(std::move(handler));
+  followNameOwners();
+}
+
+// One subscription serves both kinds of observer.
+void BusWorkspace::followNameOwners() {
   if (!subscription_)
     subscription_ = g_dbus_connection_signal_subscribe(
         bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",

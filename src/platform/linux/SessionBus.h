@@ -50,6 +50,7 @@ class BusWorkspace : public Workspace {
                         const std::string& newOwner);
 
  private:
+  void followNameOwners();
   GDBusConnection* bus_;
   guint subscription_ = 0;
   std::vector<NotificationHandler> launchObservers_, terminateObservers_;
