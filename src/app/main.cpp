@@ -73,6 +73,7 @@ int main(int argc, char** argv) {
   WFHelperAppDelegate delegate(services);
   loop.terminateOnSignals();
   dispatchGuarded([&] { delegate.applicationDidFinishLaunching(); });
+  ownApplicationName(bus, environment.bundleIdentifier());
   loop.run();
   return 0;
 }

@@ -221,6 +221,33 @@ TEST(Spine, SigtermEndsWithStatusZero) {
   EXPECT_EQ(s.waitForExit(kWait), 0);
 }
 
+// Whether a name has an owner on the session's bus.
+bool nameHasOwner(const Session& s, const char* name) {
+  GVariant* reply = g_dbus_connection_call_sync(
+      s.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, -1,
+      nullptr, nullptr);
+  if (!reply) return false;
+  gboolean owned = FALSE;
+  g_variant_get(reply, "(b)", &owned);
+  g_variant_unref(reply);
+  return owned;
+}
+
+TEST(Spine, TheRunningHelperOwnsItsIdentifierOnTheBusUntilItEnds) {
+  Session s;
+  EXPECT_FALSE(nameHasOwner(s, "org.ardel.WrenfoldHelper"));
+  s.startHelper();
+  ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
+  EXPECT_TRUE(nameHasOwner(s, "org.ardel.WrenfoldHelper"));
+  // The name comes after the observers: the one notice sent once it was
+  // owned was answered (the launch itself wrote the first line).
+  EXPECT_EQ(s.countInStderr("External OpenMeta Scanning"), 2) << s.stderrText();
+  s.emit("WrenfoldWillUninstall");
+  ASSERT_EQ(s.waitForExit(kWait), 0);
+  EXPECT_FALSE(nameHasOwner(s, "org.ardel.WrenfoldHelper"));
+}
+
 TEST(Spine, SigintEndsWithStatusZero) {
   Session s;
   s.startHelper();
