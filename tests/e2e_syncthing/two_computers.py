@@ -154,7 +154,9 @@ class Computer:
 
     def start_monitor(self):
         # The plug-in's stand-in: a real bus client that sees what the helper posts.
-        p = self.spawn(["dbus-monitor", "--session", "type='signal',interface='org.ardel.Wrenfold'"])
+        p = self.spawn(["dbus-monitor", "--session", "type='signal',interface='org.ardel.Wrenfold'",
+                        "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',"
+                        "arg0='org.ardel.WrenfoldHelper'"])
         self.monitor = LineReader(p.stdout, self.name + " bus")
         self.probe()
 
@@ -165,10 +167,13 @@ class Computer:
         self.monitor.wait_for("member=WrenfoldTestProbe", 10, mark)
 
     def start_helper(self):
+        mark = len(self.monitor)
         p = self.spawn([HELPER])
         self.helper = LineReader(p.stdout, self.name + " helper")
         self.helper_proc = p
+        # The helper owns its name once it observes the plug-in's notices.
         self.helper.wait_for("WrenfoldHelper", 15)
+        self.monitor.wait_for("member=NameOwnerChanged", 15, mark)
 
     def post(self, name):
         subprocess.run(["gdbus", "emit", "--session", "--object-path", "/org/ardel/Wrenfold",

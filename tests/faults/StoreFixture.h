@@ -58,6 +58,16 @@ class StoreFixture : public ::testing::Test {
     args.insert(args.end(), extra.begin(), extra.end());
     s.startHelper(args);
     ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
+    // The round trip's answer comes before its sync-folder step, which makes
+    // the folder if it is missing; a test that takes the folder away must
+    // not race it. Launch and round trip each end that step with a line.
+    ASSERT_TRUE(s.waitUntil(
+        [&] {
+          return s.countInStderr("Already watching folder  " + sync()) >= 1 ||
+                 s.countInStderr("failed to start the SyncFolder Listener") >= 2;
+        },
+        10))
+        << s.stderrText();
   }
 
   // Now, as the helper's dates count it.

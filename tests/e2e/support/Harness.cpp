@@ -57,6 +57,21 @@ int statusOf(int wait) {
 }  // namespace
 
 std::string helperBinary() { return WF_HELPER_BINARY; }
+
+constexpr const char* kHelperName = "org.ardel.WrenfoldHelper";
+
+// The process whose connection owns `name`, or 0 when nobody does.
+static pid_t ownerOf(GDBusConnection* bus, const char* name) {
+  GVariant* reply = g_dbus_connection_call_sync(
+      bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "GetConnectionUnixProcessID", g_variant_new("(s)", name), G_VARIANT_TYPE("(u)"),
+      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+  if (!reply) return 0;
+  guint32 pid = 0;
+  g_variant_get(reply, "(u)", &pid);
+  g_variant_unref(reply);
+  return static_cast<pid_t>(pid);
+}
 std::string busNameDoubleBinary() { return WF_BUS_NAME_DOUBLE; }
 
 Session::Session(bool withBus) : context_(g_main_context_new()) {
@@ -343,10 +358,18 @@ bool Session::roundTrip(double seconds) {
 
 bool Session::waitForLaunch(double seconds) {
   gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(seconds * G_USEC_PER_SEC);
-  if (!waitForLine("External OpenMeta Scanning", seconds)) return false;
-  while (g_get_monotonic_time() < deadline && helperRunning())
-    if (roundTrip(0.25)) return true;
-  return false;
+  auto wake = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                 GVariant*, gpointer) {};
+  guint changes = g_dbus_connection_signal_subscribe(
+      bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+      "/org/freedesktop/DBus", kHelperName, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
+  // The first look is a call made after the match, so no change slips by.
+  bool owned =
+      waitUntil([&] { return !helperRunning() || ownerOf(bus_, kHelperName) == pid_; }, seconds);
+  g_dbus_connection_signal_unsubscribe(bus_, changes);
+  if (!owned || !helperRunning()) return false;
+  double left = static_cast<double>(deadline - g_get_monotonic_time()) / G_USEC_PER_SEC;
+  return roundTrip(left > 0 ? left : 0);
 }
 
 bool Session::waitUntil(const std::function<bool()>& pred, double seconds) {

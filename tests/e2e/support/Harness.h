@@ -97,13 +97,14 @@ class Session {
   // The exit status (or 128 + signal), nullopt when still running after the bound.
   std::optional<int> waitForExit(double seconds);
   void signalHelper(int signal);
-  // Launch is over once the plug-in's notifications are observed. Nothing on
-  // the bus shows that, so this posts "WrenfoldPreferencesDidChange" until
-  // the helper answers with a further "External OpenMeta Scanning" line.
-  // Each try applies the preferences once more.
+  // Launch is over once the plug-in's notifications are observed, which the
+  // helper shows by owning "org.ardel.WrenfoldHelper" on the bus. Then one
+  // round trip (which applies the preferences once more) proves it answers.
   bool waitForLaunch(double seconds = 20);
   // Proves that the helper has handled everything sent before: posts
-  // "WrenfoldPreferencesDidChange" and waits for its answer line.
+  // "WrenfoldPreferencesDidChange" and waits for its answer line. That line
+  // comes before the change's last step (the sync folder is made if missing
+  // and watched), which may still be under way when this returns.
   bool roundTrip(double seconds = 10);
 
   // Pumps the main context until pred() holds or the bound passes.
