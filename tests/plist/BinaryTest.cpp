@@ -212,6 +212,25 @@ TEST(BinaryReader, UnpairedSurrogatesBecomeReplacementCharacters) {
   EXPECT_EQ(read(p.build()), Value("\uFFFDA"));
 }
 
+TEST(BinaryReader, UnsortedKeysComeOutSortedAndARepeatedKeyKeepsItsLastValue) {
+  // {"b": 1, "a": 2, "b": 3}, keys and values in the order a writer left them.
+  Bplist p;
+  p.objects = {"\xD3" + p.ref(1) + p.ref(2) + p.ref(1) + p.ref(3) + p.ref(4) + p.ref(5),
+               "\x51"
+               "b",
+               "\x51"
+               "a",
+               std::string("\x10\x01"),
+               std::string("\x10\x02"),
+               std::string("\x10\x03")};
+  Value v = read(p.build());
+  ASSERT_TRUE(v.isDictionary());
+  ASSERT_EQ(v.count(), 2u);
+  EXPECT_EQ(v.asDictionary().begin()->first, "a");
+  EXPECT_EQ(v.get("a"), Value(2));
+  EXPECT_EQ(v.get("b"), Value(3));
+}
+
 TEST(BinaryReader, SharedContainersAreParsedOnce) {
   // Sixty levels that each refer twice to the next: 2^60 paths, 61 objects.
   Bplist p;

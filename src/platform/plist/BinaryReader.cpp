@@ -353,7 +353,8 @@ class BinaryReader {
       return failObject(
           index, offset,
           "dictionary of " + std::to_string(count) + " entries runs past the object area");
-    Dictionary dict;
+    Dictionary::Entries entries;
+    entries.reserve(static_cast<std::size_t>(count));
     std::size_t valuesAt = pos + static_cast<std::size_t>(count) * refSize_;
     for (std::uint64_t k = 0; k < count; ++k) {
       std::uint64_t keyRef, valueRef;
@@ -372,15 +373,10 @@ class BinaryReader {
                               ") is not a string");
       Value value = object(valueRef, depth + 1);
       if (value.isNil()) return Value();
-      // Writers usually store keys sorted; hinting at the end makes those
-      // inserts constant time. A repeated key keeps its last value.
-      const std::string& name = key.asString();
-      if (!dict.empty() && dict.rbegin()->first < name) {
-        dict.emplace_hint(dict.end(), name, std::move(value));
-      } else {
-        dict.insert_or_assign(name, std::move(value));
-      }
+      entries.emplace_back(key.asString(), std::move(value));
     }
+    // A repeated key keeps its last value.
+    Dictionary dict = Dictionary::fromEntries(std::move(entries));
     return Value(std::move(dict));
   }
 };

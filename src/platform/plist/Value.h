@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,8 +14,8 @@
 namespace wf {
 
 class Value;
+class Dictionary;  // platform/plist/Dictionary.h, included at the end
 using Array = std::vector<Value>;
-using Dictionary = std::map<std::string, Value, std::less<>>;
 using Data = std::vector<std::uint8_t>;
 
 // Seconds since 2001-01-01 00:00:00 UTC, as Foundation keeps dates.
@@ -30,8 +29,8 @@ struct Date {
 class Value {
  public:
   enum class Type : std::uint8_t {
-    Nil,  // no object at all
-    Null, // NSNull: a placeholder object, never serialised
+    Nil,   // no object at all
+    Null,  // NSNull: a placeholder object, never serialised
     Boolean,
     Integer,   // signed 64-bit
     Unsigned,  // unsigned 64-bit above the signed range
@@ -124,3 +123,5 @@ class Value {
 };
 
 }  // namespace wf
+
+#include "platform/plist/Dictionary.h"

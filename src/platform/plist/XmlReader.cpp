@@ -421,8 +421,8 @@ class XmlReader {
 
   Value parseDict(const Tag& tag, int depth) {
     if (depth >= kMaxDepth) return fail(tag.at, "containers are nested deeper than 512 levels");
-    Dictionary dict;
-    if (tag.empty) return Value(std::move(dict));
+    Dictionary::Entries entries;
+    if (tag.empty) return Value(Dictionary());
     Tag keyTag;
     std::string key;
     while (nextChild(tag, keyTag)) {
@@ -437,12 +437,12 @@ class XmlReader {
       if (valueTag.name == "key") return fail(keyTag.at, "key \"" + show(key) + "\" has no value");
       Value v = parseValue(valueTag, depth + 1);
       if (failed_) return Value();
-      // A repeated key keeps its last value, as Foundation does.
-      dict.insert_or_assign(std::move(key), std::move(v));
+      entries.emplace_back(std::move(key), std::move(v));
       key = std::string();
     }
     if (failed_) return Value();
-    return Value(std::move(dict));
+    // A repeated key keeps its last value, as Foundation does.
+    return Value(Dictionary::fromEntries(std::move(entries)));
   }
 
   Value parseInteger(const Tag& tag) {
