@@ -7,15 +7,15 @@
 namespace wf::platform {
 
 Dictionary parseArgumentDomain(const std::vector<std::string>& arguments) {
-  Dictionary domain;
+  Dictionary::Entries domain;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& arg = arguments[i];
     if (arg.size() < 2 || arg[0] != '-') continue;
     if (i + 1 >= arguments.size()) break;
-    domain.insert_or_assign(arg.substr(1), Value(arguments[i + 1]));
+    domain.emplace_back(arg.substr(1), Value(arguments[i + 1]));
     ++i;
   }
-  return domain;
+  return Dictionary::fromEntries(std::move(domain));  // a later pair wins
 }
 
 ProcessDefaults::ProcessDefaults(Dictionary arguments, std::string domainFile)

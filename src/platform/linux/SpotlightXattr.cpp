@@ -64,17 +64,17 @@ std::vector<std::string> SpotlightItem::copyAttributeNames() const {
 }
 
 Value SpotlightItem::copyAttributes(const std::vector<std::string>& names) const {
-  Dictionary attributes;
+  Dictionary::Entries attributes;
   std::string bytes;
   for (const auto& key : names) {
     if (!readAttribute(path_, std::string(kSpotlightAttributePrefix) + key, bytes)) continue;
     std::string error;
     Value v = plist::parse(bytes, &error);
     if (v.isNil()) continue;  // not a property list: Spotlight would not know it
-    attributes.insert_or_assign(key, std::move(v));
+    attributes.emplace_back(key, std::move(v));
   }
   if (attributes.empty()) return {};
-  return Value(std::move(attributes));
+  return Value(Dictionary::fromEntries(std::move(attributes)));
 }
 
 }  // namespace wf::platform
