@@ -65,6 +65,17 @@ TEST(Dictionary, ManyKeysInReverseOrderComeOutSortedAndFindable) {
   for (int i = 1; i <= 20000; i += 997) EXPECT_EQ(d.at("key" + std::to_string(i)), Value(i));
 }
 
+TEST(Dictionary, AValueTakenFromTheSameDictionaryIsCopiedBeforeEntriesMove) {
+  Dictionary d;
+  for (int i = 0; i < 8; ++i) d.emplace("k" + std::to_string(i), Value("v" + std::to_string(i)));
+  d.insert_or_assign("a", d.at("k7"));  // inserted before every entry, may reallocate
+  d.emplace("b", d.at("k0"));
+  EXPECT_EQ(d.at("a"), Value("v7"));
+  EXPECT_EQ(d.at("b"), Value("v0"));
+  d.insert_or_assign("a", d.at("b"));
+  EXPECT_EQ(d.at("a"), Value("v0"));
+}
+
 TEST(Dictionary, LookupsOfAbsentKeys) {
   const Dictionary d{{"present", Value(true)}};
   EXPECT_EQ(d.find("absent"), d.end());

@@ -105,11 +105,19 @@ class Dictionary {
   std::pair<iterator, bool> insert(value_type entry) {
     return try_emplace(std::move(entry.first), std::move(entry.second));
   }
+  // `value` may be an entry of this dictionary: it is used before anything
+  // moves.
   template <typename K, typename V>
   std::pair<iterator, bool> insert_or_assign(K&& key, V&& value) {
-    auto [it, inserted] = try_emplace(std::forward<K>(key));
-    it->second = std::forward<V>(value);
-    return {it, inserted};
+    std::string_view k(key);
+    auto it = lower_bound(k);
+    if (it != end() && it->first == k) {
+      it->second = std::forward<V>(value);
+      return {it, false};
+    }
+    it = entries_.emplace(it, std::piecewise_construct, std::forward_as_tuple(std::forward<K>(key)),
+                          std::forward_as_tuple(std::forward<V>(value)));
+    return {it, true};
   }
 
   size_type erase(std::string_view key) {
