@@ -54,14 +54,10 @@ int statusOf(int wait) {
   return -1;
 }
 
-}  // namespace
-
-std::string helperBinary() { return WF_HELPER_BINARY; }
-
 constexpr const char* kHelperName = "org.ardel.WrenfoldHelper";
 
 // The process whose connection owns `name`, or 0 when nobody does.
-static pid_t ownerOf(GDBusConnection* bus, const char* name) {
+pid_t ownerOf(GDBusConnection* bus, const char* name) {
   GVariant* reply = g_dbus_connection_call_sync(
       bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "GetConnectionUnixProcessID", g_variant_new("(s)", name), G_VARIANT_TYPE("(u)"),
@@ -72,6 +68,10 @@ static pid_t ownerOf(GDBusConnection* bus, const char* name) {
   g_variant_unref(reply);
   return static_cast<pid_t>(pid);
 }
+
+}  // namespace
+
+std::string helperBinary() { return WF_HELPER_BINARY; }
 std::string busNameDoubleBinary() { return WF_BUS_NAME_DOUBLE; }
 
 Session::Session(bool withBus) : context_(g_main_context_new()) {
