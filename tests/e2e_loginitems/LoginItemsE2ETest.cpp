@@ -1,6 +1,5 @@
 // The login item as a desktop session sees it: autostart entries written and
 // removed by the real helper as the plug-in's preferences change.
-#include <dirent.h>
 #include <gio/gdesktopappinfo.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -28,17 +27,7 @@ std::string realPath(const std::string& path) {
 class LoginItemsE2E : public ::testing::Test {
  protected:
   std::string autostart() const { return s.home() + "/.config/autostart"; }
-  std::vector<std::string> entries() const {
-    std::vector<std::string> names;
-    if (DIR* d = opendir(autostart().c_str())) {
-      while (dirent* e = readdir(d))
-        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
-          names.push_back(e->d_name);
-      closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
+  std::vector<std::string> entries() const { return test::folderEntries(autostart()); }
   void setAtLogin(bool on) {
     s.writePreferences({{"launchWrenfoldHelperAtLogin", Value(on)}, {"loginItems", Value(true)}});
   }

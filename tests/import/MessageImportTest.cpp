@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -10,21 +9,10 @@
 namespace wf {
 namespace {
 
-std::vector<std::string> entries(const std::string& folder) {
-  std::vector<std::string> names;
-  if (DIR* d = opendir(folder.c_str())) {
-    while (dirent* e = readdir(d))
-      if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
-        names.push_back(e->d_name);
-    closedir(d);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 using test::AttributeWrite;
 using test::emlxBytes;
 using test::exists;
+using test::folderEntries;
 using test::hasSpotlightAttribute;
 using test::spotlightAttribute;
 using test::spotlightKeys;
@@ -325,8 +313,9 @@ TEST_F(MessageImport, StubNameThatWouldLeaveTheFolderIsNotWritten) {
   }
   // Nothing appeared beside the stub folder, which is still a folder of
   // plain files.
-  EXPECT_EQ(entries(fake.library() + "/Mail/Ardel"), std::vector<std::string>{"OpenMetaUpdates"});
-  for (const auto& entry : entries(stubFolder())) {
+  EXPECT_EQ(folderEntries(fake.library() + "/Mail/Ardel"),
+            std::vector<std::string>{"OpenMetaUpdates"});
+  for (const auto& entry : folderEntries(stubFolder())) {
     struct stat st;
     ASSERT_EQ(lstat((stubFolder() + "/" + entry).c_str(), &st), 0);
     EXPECT_TRUE(S_ISREG(st.st_mode)) << entry;

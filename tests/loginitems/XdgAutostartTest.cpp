@@ -1,5 +1,4 @@
 // Autostart entries in a real temporary $XDG_CONFIG_HOME/autostart.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -190,12 +189,7 @@ TEST_F(XdgAutostartTest, InsertLeavesNoTemporaryFiles) {
   for (const LoginItem& i : items.snapshot()) listing += i.token + ";";
   EXPECT_EQ(listing, "org.ardel.WrenfoldHelper.desktop;");
   // Any file at all, not only entries.
-  int files = 0;
-  if (DIR* d = opendir(folder.c_str())) {
-    while (dirent* e = readdir(d))
-      if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") ++files;
-    closedir(d);
-  }
+  int files = static_cast<int>(test::folderEntries(folder).size());
   EXPECT_EQ(files, 1);
 }
 

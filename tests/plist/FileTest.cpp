@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -15,15 +14,8 @@ using namespace wf;
 namespace {
 
 std::set<std::string> listDir(const std::string& dir) {
-  std::set<std::string> names;
-  if (DIR* d = opendir(dir.c_str())) {
-    while (dirent* e = readdir(d)) {
-      std::string n = e->d_name;
-      if (n != "." && n != "..") names.insert(n);
-    }
-    closedir(d);
-  }
-  return names;
+  std::vector<std::string> names = test::folderEntries(dir);
+  return {names.begin(), names.end()};
 }
 
 const Value kDict(Dictionary{{"a", Value(1)}, {"b", Value(Array{Value("x")})}});

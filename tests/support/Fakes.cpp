@@ -1,13 +1,14 @@
 #include "support/Fakes.h"
 
+#include <dirent.h>
 #include <glib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <sys/stat.h>
 
 namespace wf::test {
 
@@ -18,8 +19,9 @@ platform::TimerId FakeLoop::performAfterDelay(double seconds, std::function<void
 }
 
 void FakeLoop::cancel(platform::TimerId id) {
-  timers_.erase(std::remove_if(timers_.begin(), timers_.end(), [&](const Timer& t) { return t.id == id; }),
-                timers_.end());
+  timers_.erase(
+      std::remove_if(timers_.begin(), timers_.end(), [&](const Timer& t) { return t.id == id; }),
+      timers_.end());
 }
 
 void FakeLoop::terminate() {
@@ -169,9 +171,19 @@ bool exists(const std::string& path) {
   return lstat(path.c_str(), &st) == 0;
 }
 
-FakePlatform::FakePlatform() : environment(dir.path()) {
-  mkdir(library().c_str(), 0755);
+std::vector<std::string> folderEntries(const std::string& folder) {
+  std::vector<std::string> names;
+  if (DIR* d = opendir(folder.c_str())) {
+    while (dirent* e = readdir(d))
+      if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
+        names.push_back(e->d_name);
+    closedir(d);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
+
+FakePlatform::FakePlatform() : environment(dir.path()) { mkdir(library().c_str(), 0755); }
 
 platform::Services FakePlatform::services() {
   platform::Services s;

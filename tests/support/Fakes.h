@@ -70,8 +70,12 @@ class FakeNotificationCenter : public platform::NotificationCenter {
 class FakeWorkspace : public platform::Workspace {
  public:
   std::vector<std::string> runningApplicationIdentifiers() override { return running; }
-  void addLaunchObserver(platform::NotificationHandler h) override { launchObservers.push_back(std::move(h)); }
-  void addTerminateObserver(platform::NotificationHandler h) override { terminateObservers.push_back(std::move(h)); }
+  void addLaunchObserver(platform::NotificationHandler h) override {
+    launchObservers.push_back(std::move(h));
+  }
+  void addTerminateObserver(platform::NotificationHandler h) override {
+    terminateObservers.push_back(std::move(h));
+  }
   std::optional<std::string> desktopEntryPathForIdentifier(const std::string& id) override;
   // Simulates an application starting or quitting, with its notice.
   void launch(const std::string& id);
@@ -95,7 +99,8 @@ class FakeEnvironment : public platform::Environment {
   std::string bundlePath() const override { return bundlePath_; }
   std::string bundleIdentifier() const override { return "org.ardel.WrenfoldHelper"; }
   Value infoValue(const std::string& key) const override;
-  std::optional<std::string> pathForResource(const std::string& name, const std::string& type) const override;
+  std::optional<std::string> pathForResource(const std::string& name,
+                                             const std::string& type) const override;
   std::vector<std::string> userLibraryDirectories() const override { return libraries_; }
   std::vector<std::string> userApplicationScriptsDirectories() const override { return scripts_; }
   std::vector<long> operatingSystemVersion() const override { return osVersion; }
@@ -105,10 +110,11 @@ class FakeEnvironment : public platform::Environment {
   std::string home;
   std::string bundlePath_;
   std::vector<std::string> libraries_;  // {home + "/Library"}, or empty for no home
-  std::vector<std::string> scripts_;    // {home + "/Library/Application Scripts/org.ardel.WrenfoldHelper"}
+  std::vector<std::string>
+      scripts_;  // {home + "/Library/Application Scripts/org.ardel.WrenfoldHelper"}
   std::vector<long> osVersion{0, 0, 0};
-  std::string systemVersionPlist;       // absent file by default
-  std::string resourceDir;              // the source tree's resources/
+  std::string systemVersionPlist;  // absent file by default
+  std::string resourceDir;         // the source tree's resources/
   Dictionary info;
 };
 
@@ -156,6 +162,8 @@ class TempDir {
 void writeFile(const std::string& path, const std::string& bytes);
 std::string readFile(const std::string& path);
 bool exists(const std::string& path);
+// The names in a folder without "." and "..", sorted; none when it cannot be read.
+std::vector<std::string> folderEntries(const std::string& folder);
 
 // All fakes wired together, with a temporary home whose Library exists.
 struct FakePlatform {
