@@ -80,6 +80,9 @@ TEST_F(LoginItemsE2E, OffRemovesTheEntry) {
   ASSERT_TRUE(
       s.waitForLine("Removing WrenfoldHelper From LoginItems (found item with same path)", kWait))
       << s.stderrText();
+  // The line is written just before the entry goes; the answer to a later
+  // notice comes after.
+  ASSERT_TRUE(s.roundTrip()) << s.stderrText();
   EXPECT_TRUE(entries().empty());
   EXPECT_TRUE(s.helperRunning());
 }
