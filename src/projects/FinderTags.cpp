@@ -1,9 +1,8 @@
 // The Finder's tag list, reduced to name and colour, mirrored into
 // "FinderTags.plist"; the plug-in is told whenever the copy changes.
-#include <glib.h>
-
 #include "app/WFHelperAppDelegate.h"
 #include "paths/Paths.h"
+#include "platform/base/Files.h"
 #include "platform/plist/PropertyList.h"
 #include "projects/ListFile.h"
 
@@ -15,12 +14,11 @@ constexpr int kFinderTagSource = 2;  // marks an entry as imported from the Find
 
 std::optional<std::string> contentsOfFile(const std::optional<std::string>& path) {
   if (!path) return std::nullopt;
-  gchar* bytes = nullptr;
-  gsize length = 0;
-  if (!g_file_get_contents(path->c_str(), &bytes, &length, nullptr)) return std::nullopt;
-  std::string data(bytes, length);
-  g_free(bytes);
-  return data;
+  // A FIFO or a link to a device at the name must neither block nor fill
+  // memory: only a regular file of a plausible size is read.
+  auto bytes = sys::readRegularFile(*path, sys::kMaxPropertyListFileBytes);
+  if (!bytes) return std::nullopt;
+  return std::move(bytes.value());
 }
 
 // Fast enumeration of whatever the key path gave: nothing for nil, the

@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/base/Files.h"
 #include "platform/foundation/Strings.h"
 #include "projects/ListFile.h"
 #include "projects/ProjectImportState.h"
@@ -37,11 +38,9 @@ constexpr const char* kOmniFocus2Message =
 std::optional<std::string> projectsScriptSource(const platform::Environment& environment) {
   auto path = environment.pathForResource("OFProjectsScript", "txt");
   if (!path) return std::nullopt;
-  gchar* bytes = nullptr;
-  gsize length = 0;
-  if (!g_file_get_contents(path->c_str(), &bytes, &length, nullptr)) return std::nullopt;
-  std::string text(bytes, length);
-  g_free(bytes);
+  auto read = sys::readRegularFile(*path, sys::kMaxPropertyListFileBytes);
+  if (!read) return std::nullopt;
+  std::string text = std::move(read.value());
   if (!ns::isValidUTF8(text)) return std::nullopt;
   return text;
 }

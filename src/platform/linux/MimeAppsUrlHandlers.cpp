@@ -7,6 +7,7 @@
 
 #include <optional>
 
+#include "platform/base/Files.h"
 #include "platform/linux/MimeAppsList.h"
 
 namespace wf::platform {
@@ -52,11 +53,9 @@ long MimeAppsUrlHandlers::setDefaultHandlerForURLScheme(const std::string& schem
   if (stat(path->c_str(), &st) == 0) {
     if (!S_ISREG(st.st_mode)) return kLSUnknownErr;
     mode = static_cast<int>(st.st_mode & 07777);
-    gchar* bytes = nullptr;
-    gsize length = 0;
-    if (!g_file_get_contents(path->c_str(), &bytes, &length, nullptr)) return kLSUnknownErr;
-    contents.assign(bytes, length);
-    g_free(bytes);
+    auto bytes = sys::readRegularFile(*path, sys::kMaxConfigFileBytes);
+    if (!bytes) return kLSUnknownErr;
+    contents = std::move(bytes.value());
   } else {
     std::string folder = environment_.xdgConfigHome();
     if (g_mkdir_with_parents(folder.c_str(), 0700) != 0) return kLSUnknownErr;

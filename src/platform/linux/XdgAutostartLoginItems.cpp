@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "platform/base/Files.h"
 #include "platform/linux/XdgAutostartExec.h"
 
 namespace wf::platform {
@@ -99,19 +100,14 @@ std::vector<LoginItem> XdgAutostartLoginItems::snapshot() {
   std::vector<LoginItem> items;
   for (const std::string& name : names) {
     std::string path = folder + "/" + name;
-    gchar* contents = nullptr;
-    gsize length = 0;
-    // A folder, a broken link or an unreadable file is an entry that does
-    // not resolve; it is still part of the list.
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
-        static_cast<gsize>(st.st_size) > kMaxEntrySize ||
-        !g_file_get_contents(path.c_str(), &contents, &length, nullptr)) {
+    // A folder, a broken link, a FIFO or an unreadable file is an entry
+    // that does not resolve; it is still part of the list.
+    auto contents = sys::readRegularFile(path, kMaxEntrySize);
+    if (!contents) {
       items.push_back(LoginItem{name, std::nullopt, std::nullopt, std::nullopt});
       continue;
     }
-    items.push_back(xdg::autostartItem(name, std::string_view(contents, length), programs));
-    g_free(contents);
+    items.push_back(xdg::autostartItem(name, contents.value(), programs));
   }
   return items;
 }
