@@ -1,6 +1,7 @@
 #include "projects/ListFile.h"
 
 #include "paths/Paths.h"
+#include "platform/base/Files.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
 
@@ -19,6 +20,14 @@ Value readListFile(const std::optional<std::string>& path) {
 
 bool writeListFile(const std::optional<std::string>& path, const Value& list) {
   if (!path) return false;
+  // Once per process: temporaries that a killed helper left beside its lists.
+  static bool cleared = false;
+  if (!cleared) {
+    cleared = true;
+    sys::removeOwnTemporaries(ns::stringByDeletingLastPathComponent(*path),
+                              {"OmniFocusProjects.plist", "HitListProjects.plist",
+                               "ThingsProjects.plist", "FinderTags.plist"});
+  }
   return plist::writeToFile(list, *path, /*atomically=*/true);
 }
 

@@ -6,8 +6,11 @@
 
 #include "app/WFHelperAppDelegate.h"
 #include "paths/Paths.h"
+#include "platform/FileEvents.h"
+#include "platform/base/Files.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
+#include "sync/SyncListFiles.h"
 
 namespace wf {
 
@@ -25,6 +28,13 @@ std::string localPathOf(const std::string& fileName) {
 }
 
 }  // namespace
+
+const std::vector<std::string>& syncListFileNames() {
+  static const std::vector<std::string> names{"WrenfoldKeywords.plist", "WrenfoldProjects.plist",
+                                              "WrenfoldInboxRules.plist",
+                                              "WrenfoldSmartMailboxes.plist"};
+  return names;
+}
 
 std::optional<std::string> WFHelperAppDelegate::activeSyncFolderPathCreateIfNecessary(bool create) {
   if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return std::nullopt;
@@ -66,18 +76,27 @@ bool WFHelperAppDelegate::pushSyncFile(const std::string& fileName) {
   }
 
   // A sync copy that is not there yet makes this fail too: the helper never
-  // seeds the sync folder, it only replaces what is already shared.
+  // seeds the sync folder, it only replaces what is already shared. A folder
+  // at the name is refused too: the push never deletes a folder.
   OptError removeError;
-  files.removeItemAtPath(destination.path, &removeError);
+  files.checkReplaceableItemAtPath(destination.path, &removeError);
   if (removeError) {
     NSLog("Problem removing old file: %@ \n\tError: %@", destination, *removeError);
     return false;
   }
 
+  // The new copy is written beside the old one and renamed over it, so a
+  // full disk or a crash leaves the old shared copy whole.
   OptError copyError;
-  if (files.copyItemAtPath(source.path, destination.path, &copyError)) {
+  if (files.replaceItemAtPath(destination.path, source.path, &copyError)) {
     WFLogKeyed(kLogKey, "copy success");
     return true;
+  }
+  // A list the plug-in removed is removed from the sync folder as well.
+  if (copyError && copyError->domain == Error::CocoaDomain &&
+      copyError->code == FileManager::kFileReadNoSuchFileError) {
+    platform::OwnChange own(destination.path);
+    (void)sys::removePath(destination.path, sys::Removal::FileOrLink);
   }
   NSLog("error %@", copyError ? copyError->localizedDescription() : std::string());
   return false;

@@ -4,6 +4,8 @@
 #include "sync/SyncFolderWatcher.h"
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/base/Files.h"
+#include "sync/SyncListFiles.h"
 
 namespace wf {
 
@@ -31,6 +33,9 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
   if (_syncFolderStreamRef) stopSyncFolderWatcher();
 
   WFLogKeyed(kLogKey, "starting up Sync Folder Watcher for Path: %@", *path);
+  // A helper killed in the middle of a push leaves its temporary beside the
+  // list; nobody else will ever remove it.
+  sys::removeOwnTemporaries(*path, syncListFileNames());
   platform::FileEventStreamParams params;
   params.paths = {*path};
   params.latency = kSyncFolderLatency;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/FileEvents.h"
+#include "platform/base/Files.h"
 #include "platform/foundation/Strings.h"
 
 namespace wf {
@@ -26,7 +27,9 @@ constexpr long kFileWriteFileExists = 516;
 constexpr long kFileWriteOutOfSpace = 640;
 constexpr long kFileWriteVolumeReadOnly = 642;
 
-std::string quoted(const std::string& path) { return "\u201c" + ns::lastPathComponent(path) + "\u201d"; }
+std::string quoted(const std::string& path) {
+  return "\u201c" + ns::lastPathComponent(path) + "\u201d";
+}
 
 Error cocoaError(long code, std::string description, const std::string& path, int err) {
   Error e;
@@ -58,53 +61,20 @@ long writeCodeFor(int err) {
   }
 }
 
+Error removalError(const std::string& path, int err) {
+  if (err == ENOENT)
+    return cocoaError(kFileNoSuchFile, quoted(path) + " couldn\u2019t be removed.", path, err);
+  if (err == EACCES || err == EPERM)
+    return cocoaError(kFileWriteNoPermission,
+                      quoted(path) +
+                          " couldn\u2019t be removed because you don\u2019t have "
+                          "permission to access it.",
+                      path, err);
+  return cocoaError(writeCodeFor(err), quoted(path) + " couldn\u2019t be removed.", path, err);
+}
+
 void setError(OptError* out, Error e) {
   if (out) *out = std::move(e);
-}
-
-bool removeTree(const std::string& path, int& err) {
-  struct stat st;
-  if (lstat(path.c_str(), &st) != 0) {
-    err = errno;
-    return false;
-  }
-  if (S_ISDIR(st.st_mode)) {
-    DIR* d = opendir(path.c_str());
-    if (!d) {
-      err = errno;
-      return false;
-    }
-    bool ok = true;
-    while (dirent* e = readdir(d)) {
-      if (!strcmp(e->d_name, ".") || !strcmp(e->d_name, "..")) continue;
-      if (!removeTree(path + "/" + e->d_name, err)) ok = false;
-    }
-    closedir(d);
-    if (!ok) return false;
-    if (rmdir(path.c_str()) != 0) {
-      err = errno;
-      return false;
-    }
-    return true;
-  }
-  if (unlink(path.c_str()) != 0) {
-    err = errno;
-    return false;
-  }
-  return true;
-}
-
-bool writeAll(int fd, const char* p, size_t n) {
-  while (n > 0) {
-    ssize_t w = write(fd, p, n);
-    if (w < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    p += w;
-    n -= static_cast<size_t>(w);
-  }
-  return true;
 }
 
 }  // namespace
@@ -131,7 +101,8 @@ bool FileManager::fileExistsAtPath(const std::string& path, bool* isDirectory) c
 bool FileManager::createDirectoryAtPath(const std::string& path, bool intermediates,
                                         OptError* error) {
   if (path.empty()) {
-    setError(error, cocoaError(kFileWriteUnknown, "The file couldn\u2019t be saved.", path, ENOENT));
+    setError(error,
+             cocoaError(kFileWriteUnknown, "The file couldn\u2019t be saved.", path, ENOENT));
     return false;
   }
   if (intermediates) {
@@ -158,8 +129,9 @@ bool FileManager::createDirectoryAtPath(const std::string& path, bool intermedia
     std::string text = code == kFileWriteNoPermission
                            ? "You don\u2019t have permission to save the file " + quoted(path) +
                                  " in the folder \u201c" + folder + "\u201d."
-                           : "The file " + quoted(path) + " couldn\u2019t be saved in the folder \u201c" +
-                                 folder + "\u201d.";
+                           : "The file " + quoted(path) +
+                                 " couldn\u2019t be saved in the folder \u201c" + folder +
+                                 "\u201d.";
     if (code == kFileWriteFileExists)
       text = "The file " + quoted(path) + " couldn\u2019t be saved in the folder \u201c" + folder +
              "\u201d because a file with the same name already exists.";
@@ -171,135 +143,138 @@ bool FileManager::createDirectoryAtPath(const std::string& path, bool intermedia
 
 bool FileManager::removeItemAtPath(const std::string& path, OptError* error) {
   int err = 0;
-  bool removed;
   {
     platform::OwnChange own(path);
-    removed = removeTree(path, err);
+    auto removed = sys::removePath(path, sys::Removal::Tree);
+    if (removed) return true;
+    err = removed.error().errnoValue();
   }
-  if (removed) return true;
-  if (err == ENOENT) {
-    setError(error, cocoaError(kFileNoSuchFile, quoted(path) + " couldn\u2019t be removed.", path, err));
-  } else if (err == EACCES || err == EPERM) {
-    setError(error, cocoaError(kFileWriteNoPermission,
-                               quoted(path) + " couldn\u2019t be removed because you don\u2019t have "
-                                              "permission to access it.",
-                               path, err));
-  } else {
-    setError(error, cocoaError(writeCodeFor(err), quoted(path) + " couldn\u2019t be removed.", path, err));
-  }
+  setError(error, removalError(path, err));
   return false;
 }
 
+namespace {
+
+// The Cocoa error for a source that cannot be opened or is no file.
+Error sourceError(const std::string& src, const std::string& dst, const sys::SysError& e) {
+  int err = e.errnoValue();
+  if (err == ENOENT)
+    return cocoaError(
+        kFileReadNoSuchFile,
+        "The file " + quoted(src) + " couldn\u2019t be opened because there is no such file.", src,
+        err);
+  if (err == EACCES || err == EPERM)
+    return cocoaError(kFileReadNoPermission,
+                      "The file " + quoted(src) +
+                          " couldn\u2019t be opened because you don\u2019t have "
+                          "permission to view it.",
+                      src, err);
+  return cocoaError(kFileWriteUnknown,
+                    quoted(src) + " couldn\u2019t be copied to \u201c" +
+                        ns::lastPathComponent(ns::stringByDeletingLastPathComponent(dst)) +
+                        "\u201d.",
+                    src, err ? err : EINVAL);
+}
+
+Error copyWriteError(const std::string& src, const std::string& dst, int err) {
+  std::string folder = ns::lastPathComponent(ns::stringByDeletingLastPathComponent(dst));
+  long code = writeCodeFor(err);
+  std::string text = code == kFileWriteNoPermission
+                         ? quoted(src) +
+                               " couldn\u2019t be copied because you don\u2019t have "
+                               "permission to access \u201c" +
+                               folder + "\u201d."
+                         : quoted(src) + " couldn\u2019t be copied to \u201c" + folder + "\u201d.";
+  return cocoaError(code, text, dst, err);
+}
+
+// Copies the regular file at `src` to a temporary beside `dst` and renames
+// it into place, with the source's permission bits: no reader ever sees a
+// partial file, and a failure leaves whatever was at `dst` as it was.
+bool copyReplacing(const std::string& src, const std::string& dst, OptError* error) {
+  auto in = sys::openRegularFile(src);
+  if (!in) {
+    setError(error, sourceError(src, dst, in.error()));
+    return false;
+  }
+  struct stat st {};
+  sys::AtomicWriteOptions options;
+  options.keepMetadata = false;
+  options.temporaryTag = "wfcopy-";
+  if (fstat(in->get(), &st) == 0) options.exactMode = st.st_mode & 07777;
+  platform::OwnChange own(dst);  // the temporary and the final name
+  auto copied = sys::copyFileAtomically(in->get(), dst, options);
+  if (copied) return true;
+  setError(error, copyWriteError(src, dst, copied.error().errnoValue()));
+  return false;
+}
+
+}  // namespace
+
 bool FileManager::copyItemAtPath(const std::string& src, const std::string& dst, OptError* error) {
-  int in = open(src.c_str(), O_RDONLY | O_CLOEXEC);
-  if (in < 0) {
-    int err = errno;
-    if (err == ENOENT)
-      setError(error, cocoaError(kFileReadNoSuchFile,
-                                 "The file " + quoted(src) +
-                                     " couldn\u2019t be opened because there is no such file.",
-                                 src, err));
-    else
-      setError(error, cocoaError(kFileReadNoPermission,
-                                 "The file " + quoted(src) +
-                                     " couldn\u2019t be opened because you don\u2019t have "
-                                     "permission to view it.",
-                                 src, err));
-    return false;
-  }
-  struct stat st;
-  if (fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
-    int err = S_ISDIR(st.st_mode) ? EISDIR : errno;
-    close(in);
-    setError(error, cocoaError(kFileWriteUnknown,
-                               quoted(src) + " couldn\u2019t be copied to \u201c" +
-                                   ns::lastPathComponent(ns::stringByDeletingLastPathComponent(dst)) + "\u201d.",
-                               src, err));
-    return false;
-  }
   struct stat dst_st;
   if (lstat(dst.c_str(), &dst_st) == 0) {
-    close(in);
-    setError(error, cocoaError(kFileWriteFileExists,
-                               quoted(src) + " couldn\u2019t be copied to \u201c" +
-                                   ns::lastPathComponent(ns::stringByDeletingLastPathComponent(dst)) +
-                                   "\u201d because an item with the same name already exists.",
-                               dst, EEXIST));
-    return false;
-  }
-  // Copy to a hidden temporary beside the destination, then rename it into
-  // place: no reader ever sees a partial file, and a failure leaves nothing.
-  std::string folder = ns::stringByDeletingLastPathComponent(dst);
-  std::string tmpl = (folder.empty() ? std::string(".") : folder) + "/." +
-                     ns::lastPathComponent(dst) + ".wfcopy-XXXXXX";
-  std::vector<char> name(tmpl.begin(), tmpl.end());
-  name.push_back('\0');
-  platform::OwnChange own(dst);  // the temporary and the final name
-  int out = mkostemp(name.data(), O_CLOEXEC);
-  int err = 0;
-  if (out < 0) {
-    err = errno;
-  } else {
-    fchmod(out, st.st_mode & 07777);
-    std::vector<char> buf(1 << 16);
-    while (true) {
-      ssize_t n = read(in, buf.data(), buf.size());
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) {
-        err = errno;
-        break;
-      }
-      if (n == 0) break;
-      if (!writeAll(out, buf.data(), static_cast<size_t>(n))) {
-        err = errno;
-        break;
-      }
+    // Checked before the source, as Foundation reports it.
+    auto in = sys::openRegularFile(src);
+    if (!in) {
+      setError(error, sourceError(src, dst, in.error()));
+      return false;
     }
-    if (!err && fsync(out) != 0) err = errno;
-    if (close(out) != 0 && !err) err = errno;
-    if (!err && rename(name.data(), dst.c_str()) != 0) err = errno;
-    if (err) unlink(name.data());
-  }
-  close(in);
-  if (err) {
-    long code = writeCodeFor(err);
-    std::string text = code == kFileWriteNoPermission
-                           ? quoted(src) + " couldn\u2019t be copied because you don\u2019t have "
-                                           "permission to access \u201c" +
-                                 ns::lastPathComponent(folder) + "\u201d."
-                           : quoted(src) + " couldn\u2019t be copied to \u201c" +
-                                 ns::lastPathComponent(folder) + "\u201d.";
-    setError(error, cocoaError(code, text, dst, err));
+    setError(error,
+             cocoaError(kFileWriteFileExists,
+                        quoted(src) + " couldn\u2019t be copied to \u201c" +
+                            ns::lastPathComponent(ns::stringByDeletingLastPathComponent(dst)) +
+                            "\u201d because an item with the same name already exists.",
+                        dst, EEXIST));
     return false;
   }
-  return true;
+  return copyReplacing(src, dst, error);
+}
+
+bool FileManager::checkReplaceableItemAtPath(const std::string& path, OptError* error) const {
+  struct stat st;
+  int err = 0;
+  if (lstat(path.c_str(), &st) != 0)
+    err = errno;
+  else if (S_ISDIR(st.st_mode))
+    err = EISDIR;
+  // A copy in a folder we may not change could not be removed either; say
+  // so as a removal would (read-only, immutable, no write permission).
+  else if (faccessat(AT_FDCWD, ns::stringByDeletingLastPathComponent(path).c_str(), W_OK,
+                     AT_EACCESS) != 0)
+    err = errno;
+  if (!err) return true;
+  setError(error, removalError(path, err));
+  return false;
+}
+
+bool FileManager::replaceItemAtPath(const std::string& dst, const std::string& src,
+                                    OptError* error) {
+  return copyReplacing(src, dst, error);
 }
 
 bool FileManager::contentsEqualAtPath(const std::string& a, const std::string& b) const {
-  int fa = open(a.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fa < 0) return false;
-  int fb = open(b.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fb < 0) {
-    close(fa);
-    return false;
-  }
+  // Without blocking: a FIFO at either name is no file, so unequal.
+  auto fa = sys::openRegularFile(a);
+  if (!fa) return false;
+  auto fb = sys::openRegularFile(b);
+  if (!fb) return false;
   struct stat sa, sb;
-  bool equal = fstat(fa, &sa) == 0 && fstat(fb, &sb) == 0 && S_ISREG(sa.st_mode) &&
-               S_ISREG(sb.st_mode) && sa.st_size == sb.st_size;
+  bool equal = fstat(fa->get(), &sa) == 0 && fstat(fb->get(), &sb) == 0 && sa.st_size == sb.st_size;
   if (equal && !(sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino)) {
     std::vector<char> ba(1 << 16), bb(1 << 16);
     while (equal) {
-      ssize_t na = read(fa, ba.data(), ba.size());
+      ssize_t na = read(fa->get(), ba.data(), ba.size());
       if (na < 0 && errno == EINTR) continue;
       if (na <= 0) {
         equal = na == 0;
         // Both must end together: the other file may have grown meanwhile.
-        if (equal) equal = read(fb, bb.data(), 1) == 0;
+        if (equal) equal = read(fb->get(), bb.data(), 1) == 0;
         break;
       }
       size_t got = 0;
       while (got < static_cast<size_t>(na)) {
-        ssize_t nb = read(fb, bb.data() + got, static_cast<size_t>(na) - got);
+        ssize_t nb = read(fb->get(), bb.data() + got, static_cast<size_t>(na) - got);
         if (nb < 0 && errno == EINTR) continue;
         if (nb <= 0) break;
         got += static_cast<size_t>(nb);
@@ -307,8 +282,6 @@ bool FileManager::contentsEqualAtPath(const std::string& a, const std::string& b
       equal = got == static_cast<size_t>(na) && memcmp(ba.data(), bb.data(), got) == 0;
     }
   }
-  close(fa);
-  close(fb);
   return equal;
 }
 

@@ -11,6 +11,9 @@ namespace wf {
 
 class FileManager {
  public:
+  // NSFileReadNoSuchFileError: the source of a copy is missing.
+  static constexpr long kFileReadNoSuchFileError = 260;
+
   static FileManager& defaultManager();
 
   // fileExistsAtPath:isDirectory: (follows symbolic links, as Foundation does).
@@ -24,6 +27,13 @@ class FileManager {
   // destination exists. Written to a temporary name and renamed into place,
   // so a reader never sees a partial copy.
   bool copyItemAtPath(const std::string& src, const std::string& dst, OptError* error = nullptr);
+  // Whether the sync push may replace what is at `path`: a file or a link
+  // (replaced itself, never followed) in a folder we may change. Otherwise
+  // the error removeItemAtPath:error: would give ("couldn't be removed").
+  bool checkReplaceableItemAtPath(const std::string& path, OptError* error = nullptr) const;
+  // Copies the regular file `src` to a temporary beside `dst` and renames it
+  // over whatever is at `dst`. On failure `dst` stays as it was.
+  bool replaceItemAtPath(const std::string& dst, const std::string& src, OptError* error = nullptr);
   // contentsEqualAtPath:andPath: sizes first, then blocks; stops at the
   // first difference. A missing file is unequal to anything.
   bool contentsEqualAtPath(const std::string& a, const std::string& b) const;
