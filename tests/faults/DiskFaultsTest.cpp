@@ -134,21 +134,7 @@ TEST_F(DiskFaults, DISABLED_FullDiskDuringStubWritesLeavesNoPartialStub) {
       << "partial stub of " << readFile(stubOf(path)).size() << " bytes";
 }
 
-TEST_F(DiskFaults, FullDiskUnderTheSyncFolderKeepsTheLocalListAndLeavesNoPartialCopy) {
-  MOUNT_OR_SKIP(disk, sync(), 256 * 1024);
-  writeFile(sync() + "/WrenfoldKeywords.plist", "shared keywords");
-  writeFile(ardel() + "/WrenfoldKeywords.plist", std::string(512 * 1024, 'k'));  // cannot fit
-  disk->fill();
-  launch();
-  s.emit("WrenfoldKeywordListWasSaved");
-  ASSERT_TRUE(s.waitForLine("couldn\u2019t be copied", 10)) << s.stderrText();
-  ASSERT_TRUE(s.roundTrip());
-  // The old copy was removed first, as pushes do; nothing partial took its place.
-  EXPECT_FALSE(exists(sync() + "/WrenfoldKeywords.plist"));
-  EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), std::string(512 * 1024, 'k'));
-  EXPECT_TRUE(temporariesBelow(sync()).empty()) << temporariesBelow(sync()).front();
-  EXPECT_TRUE(s.helperRunning());
-}
+// A full disk under the sync folder: tests/faults/PushFaultsTest.cpp.
 
 TEST_F(DiskFaults, FullDiskUnderTheMailStoreNeverChangesAMessage) {
   MOUNT_OR_SKIP(disk, store(), 512 * 1024);

@@ -3,6 +3,8 @@
 // a folder tree for temporary files and for every file's bytes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -30,5 +32,22 @@ std::map<std::string, std::string> filesBelow(const std::string& root);
 std::vector<std::string> temporariesBelow(const std::string& root);
 
 void makeFolders(const std::string& path);
+
+// The attribute's bytes as given, not encoded (hostile values).
+void setRawSpotlightAttribute(const std::string& path, const std::string& key,
+                              const std::string& bytes);
+
+// Resident memory of process `pid` in KiB (VmRSS), -1 when it is gone.
+long residentKiB(pid_t pid);
+// Its open file descriptors, -1 when it is gone.
+int openDescriptors(pid_t pid);
+
+// A command run to its end or killed after `seconds`.
+struct ToolRun {
+  int status = -1;  // exit status; -1 when killed or not started
+  bool timedOut = false;
+  std::string out, err;
+};
+ToolRun runTool(const std::vector<std::string>& argv, double seconds);
 
 }  // namespace wf::faults

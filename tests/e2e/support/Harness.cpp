@@ -263,7 +263,10 @@ void Session::readFrom(int fd, std::string& into) {
 }
 
 void Session::startHelper(const HelperOptions& options) {
-  if (pid_ > 0) throw std::runtime_error("the helper was started already");
+  // A helper that has ended may be started again (a relaunch after a crash);
+  // what it writes is added to what the earlier one wrote.
+  if (helperRunning()) throw std::runtime_error("the helper was started already");
+  exitStatus_.reset();
   std::map<std::string, std::string> set{{"HOME", home_},
                                          {"XDG_CONFIG_HOME", home_ + "/.config"},
                                          {"XDG_DATA_HOME", home_ + "/.local/share"},

@@ -81,6 +81,7 @@ class Session {
   bool releaseName(const std::string& name);
 
   // ---- The helper
+  // Starts the helper; again once an earlier one has ended.
   void startHelper(const HelperOptions& options);
   void startHelper(std::vector<std::string> arguments = {}) {
     startHelper(HelperOptions{std::move(arguments), {}, {}});
