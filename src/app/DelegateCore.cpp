@@ -15,8 +15,10 @@ WFHelperAppDelegate::WFHelperAppDelegate(platform::Services services) : services
 WFHelperAppDelegate::~WFHelperAppDelegate() {
   if (gShared != this) return;
   gShared = nullptr;
-  // The log may go with the services; later lines fall back to stderr.
+  // The log and the environment may go with the services; later lines fall
+  // back to stderr and the path functions find no Library folder.
   setNSLogSink(nullptr);
+  setPathEnvironment(nullptr);
 }
 
 WFHelperAppDelegate* WFHelperAppDelegate::shared() { return gShared; }

@@ -48,8 +48,9 @@ std::optional<std::string> WFexternalProjectPathCreateIfNeeded();
 std::optional<std::string> WFopenMetaPathCreateIfNeeded();
 
 // Where the functions find the Library folder, the system version and the
-// scripts folder. The delegate's constructor sets it from its services;
-// setting it also forgets every cached path, so each test starts afresh.
+// scripts folder. The delegate sets it from its services for as long as it
+// lives (its destructor clears it); setting it also forgets every cached
+// path, so each test starts afresh.
 void setPathEnvironment(platform::Environment* environment);
 // Forgets every cached path (the environment stays).
 void resetPathCaches();
