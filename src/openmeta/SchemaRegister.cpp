@@ -8,6 +8,7 @@
 
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
+#include "platform/base/HomeFolder.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
@@ -19,12 +20,6 @@ namespace {
 constexpr const char* kRegisterFolder = "Library/Application Support/OpenMeta/schemaregister";
 constexpr const char* kSchemaExtension = ".openmetaschema";
 constexpr unsigned kRemovalDelayMs = 2000;
-
-std::string homeFolder() {
-  const char* home = std::getenv("HOME");
-  if (home && *home) return home;
-  return g_get_home_dir();
-}
 
 // The "bundle path" of a Linux program: the real path of its executable.
 std::string executablePath() {
@@ -43,7 +38,7 @@ void deletePath(gpointer data) { delete static_cast<std::string*>(data); }
 }  // namespace
 
 std::string OpenMeta::schemaRegisterFolder() {
-  return ns::stringByAppendingPathComponent(homeFolder(), kRegisterFolder);
+  return ns::stringByAppendingPathComponent(sys::homeFolder(), kRegisterFolder);
 }
 
 void OpenMeta::registerOMAttributes(const Value& attributes, const std::string& appName) {

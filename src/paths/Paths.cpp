@@ -1,12 +1,12 @@
 #include "paths/Paths.h"
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstdlib>
 #include <vector>
 
+#include "platform/base/HomeFolder.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/Strings.h"
@@ -63,16 +63,10 @@ std::string mailStoreFolder(const std::string& version) {
   return "Mail/V2";
 }
 
-std::string homeFolder() {
-  if (const char* home = std::getenv("HOME"); home && *home) return home;
-  if (const passwd* pw = getpwuid(getuid()); pw && pw->pw_dir && *pw->pw_dir) return pw->pw_dir;
-  return {};
-}
-
 // stringByExpandingTildeInPath: unchanged when there is no home.
 std::string expandTilde(const std::string& path) {
   if (path.empty() || path[0] != '~') return path;
-  std::string home = homeFolder();
+  std::string home = sys::homeFolder();
   if (home.empty()) return path;
   return home + path.substr(1);
 }

@@ -1,12 +1,12 @@
 #include "platform/linux/ProcessEnvironment.h"
 
-#include <pwd.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstdlib>
 
+#include "platform/base/HomeFolder.h"
 #include "platform/plist/PropertyList.h"
 
 #ifndef WF_SOURCE_RESOURCES
@@ -62,11 +62,7 @@ std::optional<std::string> ProcessEnvironment::pathForResource(const std::string
   return path;
 }
 
-std::string ProcessEnvironment::homeDirectory() {
-  if (const char* home = std::getenv("HOME"); home && *home) return home;
-  if (const passwd* pw = getpwuid(getuid()); pw && pw->pw_dir && *pw->pw_dir) return pw->pw_dir;
-  return {};
-}
+std::string ProcessEnvironment::homeDirectory() { return sys::homeFolder(); }
 
 std::string ProcessEnvironment::ownDefaultsFile() {
   std::string home = homeDirectory();
