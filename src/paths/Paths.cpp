@@ -55,6 +55,15 @@ Path cachedFolder(Path& cache, std::initializer_list<std::string_view> component
   return path;
 }
 
+// The plug-in's support folder below the Library folder, and folders in it.
+// The design names several functions for it, each with its own cache and its
+// own first-use creation; they all come here.
+constexpr std::string_view kSupportFolder = "Mail/Ardel";
+Path supportFolder(Path& cache) { return cachedFolder(cache, {kSupportFolder}); }
+Path supportSubfolder(Path& cache, std::string_view name) {
+  return cachedFolder(cache, {kSupportFolder, name});
+}
+
 // Mail's store folder for a system version: the table ends at 10.13.
 std::string mailStoreFolder(const std::string& version) {
   if (ns::hasPrefix(version, "10.13")) return "Mail/V5";
@@ -86,11 +95,9 @@ void setPathEnvironment(platform::Environment* environment) {
 
 void resetPathCaches() { gCaches = PathCaches{}; }
 
-Path ardelPathCreateIfNeeded() { return cachedFolder(gCaches.ardel, {"Mail", "Ardel"}); }
+Path ardelPathCreateIfNeeded() { return supportFolder(gCaches.ardel); }
 
-Path ardelSyncSettingsPathCreateIfNeeded() {
-  return cachedFolder(gCaches.ardelSyncSettings, {"Mail", "Ardel"});
-}
+Path ardelSyncSettingsPathCreateIfNeeded() { return supportFolder(gCaches.ardelSyncSettings); }
 
 Path finderSideBarListsPath() {
   return join(library(), "SyncedPreferences/com.apple.finder.plist");
@@ -119,9 +126,9 @@ Path WFmailV2MailDataPath() {
   return gCaches.mailV2MailData;
 }
 
-Path WFdatabasePathCreateIfNeeded() { return cachedFolder(gCaches.database, {"Mail", "Ardel"}); }
+Path WFdatabasePathCreateIfNeeded() { return supportFolder(gCaches.database); }
 
-Path WFardelPathCreateIfNeeded() { return cachedFolder(gCaches.wfArdel, {"Mail", "Ardel"}); }
+Path WFardelPathCreateIfNeeded() { return supportFolder(gCaches.wfArdel); }
 
 Path WFsmartMailboxViewingAttributesPath() {
   Path path = join(WFardelPathCreateIfNeeded(), "SmartMailboxViewingAttributes");
@@ -140,19 +147,19 @@ Path WFHelperLauncherPath() {
 }
 
 Path WFsyncBackupPathCreateIfNeeded() {
-  return cachedFolder(gCaches.syncBackup, {"Mail", "Ardel", "WFSettingsBackup"});
+  return supportSubfolder(gCaches.syncBackup, "WFSettingsBackup");
 }
 
 Path WFardelSyncSettingsPathCreateIfNeeded() {
-  return cachedFolder(gCaches.wfArdelSyncSettings, {"Mail", "Ardel/SettingsSync"});
+  return supportSubfolder(gCaches.wfArdelSyncSettings, "SettingsSync");
 }
 
 Path WFexternalProjectPathCreateIfNeeded() {
-  return cachedFolder(gCaches.externalProjects, {"Mail", "Ardel", "ExternalProjects"});
+  return supportSubfolder(gCaches.externalProjects, "ExternalProjects");
 }
 
 Path WFopenMetaPathCreateIfNeeded() {
-  return cachedFolder(gCaches.openMeta, {"Mail", "Ardel", "OpenMetaUpdates"});
+  return supportSubfolder(gCaches.openMeta, "OpenMetaUpdates");
 }
 
 }  // namespace wf
