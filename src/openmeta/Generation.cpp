@@ -4,6 +4,7 @@
 #include <string>
 
 #include "openmeta/OpenMeta.h"
+#include "platform/foundation/AppKitVersion.h"
 
 namespace wf {
 
@@ -11,22 +12,21 @@ bool gAllowOpenMetaAuthenticationDialogs = true;
 
 namespace {
 
-double gAppKitVersionNumber = OpenMeta::kDefaultAppKitVersionNumber;
 // 0 until first use, then 8, 9 or 10; computed once.
 int static_osVersion = 0;
 
 }  // namespace
 
-double OpenMeta::appKitVersionNumber() { return gAppKitVersionNumber; }
+double OpenMeta::appKitVersionNumber() { return NSAppKitVersionNumber(); }
 
 void OpenMeta::setAppKitVersionNumberForTesting(double version) {
-  gAppKitVersionNumber = version;
+  wf::setAppKitVersionNumberForTesting(version);
   static_osVersion = 0;
 }
 
 bool OpenMeta::MavericksOrLater() {
   if (static_osVersion == 0) {
-    const double v = std::floor(gAppKitVersionNumber);
+    const double v = std::floor(NSAppKitVersionNumber());
     if (v <= 1187)
       static_osVersion = 8;
     else if (v <= 1265)

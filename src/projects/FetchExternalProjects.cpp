@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/foundation/AppKitVersion.h"
 #include "projects/ProjectImportState.h"
 
 namespace wf {
@@ -26,8 +27,7 @@ void WFHelperAppDelegate::fetchExternalProjects() {
     _fetchThingsProjects();
     _fetchThings3Projects();
   }
-  if (std::floor(projectImportState(*this).appKitVersionNumber) > kAppKitVersionNumber10_8)
-    _fetchFinderTags();
+  if (std::floor(NSAppKitVersionNumber()) > kAppKitVersionNumber10_8) _fetchFinderTags();
 }
 
 }  // namespace wf

@@ -25,10 +25,6 @@ struct ScriptImportState {
 };
 
 struct ProjectImportState {
-  // The AppKit version the platform generation is tested with. Linux stands
-  // for a current system; tests lower it.
-  double appKitVersionNumber = 2299.0;
-
   ScriptImportState omniFocus;  // link: _static_OmniFocusApplicationInstance
   // After a compile failure against OmniFocus 2 or any execution error:
   // no fetching until the running OmniFocus changes.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "ProjectsFixture.h"
+#include "platform/foundation/AppKitVersion.h"
 
 namespace wf::test {
 namespace {
@@ -83,11 +84,14 @@ TEST_F(FetchExternalProjectsTest, PreferencesAreLookedUpAtEveryRun) {
 TEST_F(FetchExternalProjectsTest, OlderSystemGenerationsHaveNoFinderTags) {
   logAll();
   writeFinderFile(Value(Array{}));
-  projectImportState(delegate).appKitVersionNumber = 1187.9;  // floor is 1187: not above
+  struct Restore {
+    ~Restore() { wf::setAppKitVersionNumberForTesting(wf::kCurrentAppKitVersionNumber); }
+  } restore;
+  wf::setAppKitVersionNumberForTesting(1187.9);  // floor is 1187: not above
   delegate.fetchExternalProjects();
   EXPECT_TRUE(importsThatRan().empty());
   EXPECT_FALSE(exists(listPath("FinderTags.plist")));
-  projectImportState(delegate).appKitVersionNumber = 1188;
+  wf::setAppKitVersionNumberForTesting(1188);
   delegate.fetchExternalProjects();
   EXPECT_EQ(importsThatRan(), std::vector<std::string>{"Finder"});
 }
