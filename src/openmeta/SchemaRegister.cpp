@@ -1,6 +1,5 @@
 // Schema registration: a short-lived file that tells other OpenMeta programs
 // which attributes this one uses, with an example value of each.
-#include <glib.h>
 #include <limits.h>
 #include <stdlib.h>
 
@@ -9,6 +8,7 @@
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
 #include "platform/base/HomeFolder.h"
+#include "platform/base/Later.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
@@ -28,13 +28,6 @@ std::string executablePath() {
   return {};
 }
 
-gboolean removeSchemaFileLater(gpointer data) {
-  OpenMeta::removeSchemaFile(*static_cast<std::string*>(data));
-  return G_SOURCE_REMOVE;
-}
-
-void deletePath(gpointer data) { delete static_cast<std::string*>(data); }
-
 }  // namespace
 
 std::string OpenMeta::schemaRegisterFolder() {
@@ -49,12 +42,7 @@ void OpenMeta::registerOMAttributes(const Value& attributes, const std::string& 
   (void)plist::writeToFile(attributes, path, true);
 
   // The removal runs on the caller's loop, as a delayed perform would.
-  GMainContext* context = g_main_context_get_thread_default();
-  if (!context) context = g_main_context_default();
-  GSource* timeout = g_timeout_source_new(kRemovalDelayMs);
-  g_source_set_callback(timeout, removeSchemaFileLater, new std::string(path), deletePath);
-  g_source_attach(timeout, context);
-  g_source_unref(timeout);
+  sys::runAfterDelay(kRemovalDelayMs, [path] { OpenMeta::removeSchemaFile(path); });
 }
 
 namespace {

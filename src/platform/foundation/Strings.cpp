@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/base/Owners.h"
+
 namespace wf::ns {
 
 namespace {
@@ -130,18 +132,14 @@ std::string lowercaseString(std::string_view s) {
     for (char& c : out) c = g_ascii_tolower(c);
     return out;
   }
-  gchar* lower = g_utf8_strdown(s.data(), static_cast<gssize>(s.size()));
-  std::string out(lower);
-  g_free(lower);
-  return out;
+  sys::GPtr<char> lower(g_utf8_strdown(s.data(), static_cast<gssize>(s.size())));
+  return std::string(lower.get());
 }
 
 std::string decomposedStringWithCanonicalMapping(std::string_view s) {
-  gchar* nfd = g_utf8_normalize(s.data(), static_cast<gssize>(s.size()), G_NORMALIZE_NFD);
+  sys::GPtr<char> nfd(g_utf8_normalize(s.data(), static_cast<gssize>(s.size()), G_NORMALIZE_NFD));
   if (!nfd) return std::string(s);  // invalid UTF-8: nothing to decompose
-  std::string out(nfd);
-  g_free(nfd);
-  return out;
+  return std::string(nfd.get());
 }
 
 int compare(std::string_view a, std::string_view b) {

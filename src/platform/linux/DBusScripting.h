@@ -11,6 +11,7 @@
 
 #include "platform/Platform.h"
 #include "platform/Scripting.h"
+#include "platform/base/Owners.h"
 
 namespace wf::platform {
 
@@ -33,7 +34,7 @@ class DBusScripting : public Scripting {
       const std::string& bundleIdentifier) override;
 
  private:
-  GDBusConnection* bus_;
+  sys::GPtr<GDBusConnection> bus_;
   Workspace& workspace_;
 };
 

@@ -45,7 +45,7 @@ gboolean onTerminatingSignal(gpointer data) {
 
 GLibMainLoop::GLibMainLoop() : loop_(g_main_loop_new(nullptr, FALSE)) {}
 
-GLibMainLoop::~GLibMainLoop() { g_main_loop_unref(loop_); }
+GLibMainLoop::~GLibMainLoop() = default;
 
 TimerId GLibMainLoop::performAfterDelay(double seconds, std::function<void()> fn) {
   double ms = seconds > 0 ? std::ceil(seconds * 1000.0) : 0.0;
@@ -70,7 +70,7 @@ void GLibMainLoop::cancel(TimerId id) {
 
 void GLibMainLoop::terminate() { endProcess(0); }
 
-void GLibMainLoop::run() { g_main_loop_run(loop_); }
+void GLibMainLoop::run() { g_main_loop_run(loop_.get()); }
 
 void GLibMainLoop::terminateOnSignals() {
   g_unix_signal_add(SIGTERM, onTerminatingSignal, this);

@@ -6,6 +6,7 @@
 #include <glib.h>
 
 #include "platform/Platform.h"
+#include "platform/base/Owners.h"
 
 namespace wf::platform {
 
@@ -23,7 +24,7 @@ class GLibMainLoop : public MainLoop {
   void terminateOnSignals();
 
  private:
-  GMainLoop* loop_;
+  sys::GPtr<GMainLoop> loop_;
 };
 
 // Flushes standard error and the system log, then ends the process with
