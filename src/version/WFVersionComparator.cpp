@@ -1,7 +1,5 @@
 #include "version/WFVersionComparator.h"
 
-#include <glib.h>
-
 #include <cstddef>
 
 #include "platform/foundation/Strings.h"
@@ -9,15 +7,9 @@
 namespace wf {
 namespace {
 
-// Length in bytes of the character at the start of `s`. A byte that does not
-// begin a valid UTF-8 sequence counts as a character of its own, so any input
-// can be split without losing a byte.
-std::size_t characterLength(std::string_view s) {
-  if (s.empty()) return 0;
-  gunichar c = g_utf8_get_char_validated(s.data(), static_cast<gssize>(s.size()));
-  if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return 1;
-  return static_cast<std::size_t>(g_utf8_next_char(s.data()) - s.data());
-}
+// A byte that does not begin a valid UTF-8 sequence counts as a character
+// of its own, so any input can be split without losing a byte.
+using ns::characterLength;
 
 // The digits of a number part as ASCII, without leading zeros, so that two
 // values of any length compare by length first and then digit by digit.
@@ -25,8 +17,7 @@ std::string normalizedDigits(std::string_view part) {
   std::string digits;
   for (std::size_t i = 0; i < part.size();) {
     std::size_t n = characterLength(part.substr(i));
-    gunichar c = g_utf8_get_char_validated(part.data() + i, static_cast<gssize>(n));
-    int value = g_unichar_digit_value(c);
+    int value = ns::decimalDigitValue(part.substr(i, n));
     if (value < 0) value = 0;  // a number part holds only digits
     if (!(digits.empty() && value == 0)) digits.push_back(static_cast<char>('0' + value));
     i += n;
@@ -51,9 +42,7 @@ WFVersionComparator* WFVersionComparator::defaultComparator() {
 int WFVersionComparator::typeOfCharacter(std::string_view text) const {
   if (text == ".") return kPeriodType;
   if (text.empty()) return kStringType;
-  gunichar c = g_utf8_get_char_validated(text.data(), static_cast<gssize>(text.size()));
-  if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return kStringType;
-  return g_unichar_isdigit(c) ? kNumberType : kStringType;
+  return ns::decimalDigitValue(text) >= 0 ? kNumberType : kStringType;
 }
 
 std::vector<std::string> WFVersionComparator::splitVersionString(std::string_view version) const {

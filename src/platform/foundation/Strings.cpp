@@ -245,4 +245,18 @@ std::size_t firstInvalidUTF8(std::string_view s) {
 
 bool isValidUTF8(std::string_view s) { return firstInvalidUTF8(s) == std::string_view::npos; }
 
+std::size_t characterLength(std::string_view s) {
+  if (s.empty()) return 0;
+  gunichar c = g_utf8_get_char_validated(s.data(), static_cast<gssize>(s.size()));
+  if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return 1;
+  return static_cast<std::size_t>(g_utf8_next_char(s.data()) - s.data());
+}
+
+int decimalDigitValue(std::string_view s) {
+  if (s.empty()) return -1;
+  gunichar c = g_utf8_get_char_validated(s.data(), static_cast<gssize>(s.size()));
+  if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return -1;
+  return g_unichar_digit_value(c);
+}
+
 }  // namespace wf::ns

@@ -39,4 +39,11 @@ bool isValidUTF8(std::string_view s);
 // Offset of the first byte that is not valid UTF-8 (NUL is valid), or npos.
 std::size_t firstInvalidUTF8(std::string_view s);
 
+// Length in bytes of the character at the start of `s`; a byte that does
+// not begin a valid UTF-8 sequence counts as a character of its own.
+std::size_t characterLength(std::string_view s);
+// The value of the character at the start of `s` when it is a Unicode
+// decimal digit (any script), else -1.
+int decimalDigitValue(std::string_view s);
+
 }  // namespace wf::ns
