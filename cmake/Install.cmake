@@ -5,6 +5,21 @@ foreach(program wrenfold-helper openmeta wf-plutil wf-defaults)
   endif()
 endforeach()
 
+# The OpenMeta store for other programs: static library, public headers and
+# wrenfold-openmeta.pc (see src/openmeta/CMakeLists.txt for why static).
+if(TARGET wrenfold_openmeta)
+  install(TARGETS wrenfold_openmeta ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          COMPONENT openmeta-dev)
+  foreach(header IN LISTS WF_OPENMETA_PUBLIC_HEADERS)
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/src/${header}
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wrenfold-openmeta/${folder}
+            COMPONENT openmeta-dev)
+  endforeach()
+  install(FILES ${PROJECT_BINARY_DIR}/wrenfold-openmeta.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT openmeta-dev)
+endif()
+
 # Resources: an installed helper finds them in share/wrenfold-helper beside bin/.
 install(FILES ${PROJECT_SOURCE_DIR}/resources/Info.plist
         DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenfold-helper)
