@@ -70,8 +70,8 @@ std::string usage(const std::string& p) {
          "       " + p + " read-type DOMAIN KEY\n" +    //
          "       " + p + " write DOMAIN KEY VALUE\n" +  //
          "       " + p +
-         " write DOMAIN KEY -string|-int[eger]|-float|-bool[ean]|-date|-data VALUE\n" + "       " +
-         p + " write DOMAIN KEY -array|-array-add VALUE...\n" + "       " + p +
+         " write DOMAIN KEY -string|-int|-integer|-float|-bool|-boolean|-date|-data VALUE\n" +
+         "       " + p + " write DOMAIN KEY -array|-array-add VALUE...\n" + "       " + p +
          " write DOMAIN KEY -dict|-dict-add KEY VALUE...\n" + "       " + p +
          " delete DOMAIN [KEY]\n" +                            //
          "       " + p + " rename DOMAIN OLD-KEY NEW-KEY\n" +  //
