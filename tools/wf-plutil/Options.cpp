@@ -113,6 +113,8 @@ bool parseOptions(const std::vector<std::string>& args, Options& out, std::strin
       return false;
     }
     i = 3;
+  } else if (c == "-s" || c == "-r" || c == "-o" || c == "-e" || c == "--") {
+    out.command = Command::Lint;  // options before the files: the default command
   } else if (c.size() > 1 && c[0] == '-') {
     error = "unknown command " + c;
     return false;
