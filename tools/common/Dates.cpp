@@ -19,14 +19,16 @@ constexpr std::int64_t kReferenceFromUnix = 978307200;
 class Reader {
  public:
   explicit Reader(std::string_view s) : s_(s) {}
+  // Exactly `count` digits; nothing is consumed when they are not there.
   bool digits(int count, int& out) {
     if (at_ + static_cast<std::size_t>(count) > s_.size()) return false;
     int v = 0;
-    for (int i = 0; i < count; ++i) {
-      char c = s_[at_++];
+    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
+      char c = s_[at_ + i];
       if (c < '0' || c > '9') return false;
       v = v * 10 + (c - '0');
     }
+    at_ += static_cast<std::size_t>(count);
     out = v;
     return true;
   }
