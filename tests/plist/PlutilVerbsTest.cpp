@@ -18,9 +18,13 @@ struct ToolRun {
   std::string out, err;
 };
 
+// Bounded: a tool that waits on something it should refuse fails the test
+// (status 124) instead of hanging it.
 ToolRun plutil(std::vector<std::string> args) {
   std::vector<char*> argv;
-  std::string binary = WF_PLUTIL_BINARY;
+  std::string timeout = "timeout", limit = "30", binary = WF_PLUTIL_BINARY;
+  argv.push_back(timeout.data());
+  argv.push_back(limit.data());
   argv.push_back(binary.data());
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
@@ -28,8 +32,9 @@ ToolRun plutil(std::vector<std::string> args) {
   gint wait = 0;
   GError* error = nullptr;
   ToolRun r;
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_STDIN_FROM_DEV_NULL, nullptr, nullptr,
-                    &out, &err, &wait, &error)) {
+  if (!g_spawn_sync(nullptr, argv.data(), nullptr,
+                    static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDIN_FROM_DEV_NULL),
+                    nullptr, nullptr, &out, &err, &wait, &error)) {
     ADD_FAILURE() << error->message;
     g_error_free(error);
     return r;

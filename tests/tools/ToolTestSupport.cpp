@@ -22,7 +22,8 @@ namespace wf::test {
 
 ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
                 const std::vector<std::string>& environment, const std::string& input) {
-  std::vector<std::string> argv{binary};
+  // Bounded: a tool that hangs fails the test with status 124.
+  std::vector<std::string> argv{"timeout", "30", binary};
   argv.insert(argv.end(), args.begin(), args.end());
   std::vector<char*> cargv;
   for (std::string& a : argv) cargv.push_back(a.data());
@@ -36,8 +37,10 @@ ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
   GPid pid;
   gint in = -1, out = -1, err = -1;
   GError* error = nullptr;
-  if (!g_spawn_async_with_pipes(nullptr, cargv.data(), env, G_SPAWN_DO_NOT_REAP_CHILD, nullptr,
-                                nullptr, &pid, &in, &out, &err, &error)) {
+  if (!g_spawn_async_with_pipes(
+          nullptr, cargv.data(), env,
+          static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH), nullptr,
+          nullptr, &pid, &in, &out, &err, &error)) {
     r.err = error ? error->message : "spawn failed";
     g_clear_error(&error);
     g_strfreev(env);

@@ -15,7 +15,7 @@ struct ToolRun {
   std::string out, err;
 };
 
-// Runs `binary` with `args`; `environment` entries ("NAME=value") are added
+// Runs `binary` with `args`, for at most 30 seconds; `environment` entries ("NAME=value") are added
 // to this process's environment; `input` is fed to standard input.
 ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
                 const std::vector<std::string>& environment = {}, const std::string& input = "");
