@@ -1,10 +1,15 @@
 // Every way a tool rewrites a file in place keeps what the file was: its
 // mode, owner, extended attributes and the link it was reached through; and
 // a write that fails leaves the file as it was, with nothing beside it.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/fanotify.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+
+#include <cstring>
 
 #include "ToolBinaries.h"
 #include "ToolTestSupport.h"
@@ -20,6 +25,7 @@ struct Edit {
   std::string (*binary)();
   std::vector<std::string> args;  // "FILE" stands for the file's path
   std::string input = "";
+  bool readsTheFile = true;  // import replaces the domain without reading it
 };
 
 void PrintTo(const Edit& e, std::ostream* os) { *os << e.name; }
@@ -37,7 +43,7 @@ const Edit kEdits[] = {
     {"defaults_write", defaultsBinary, {"write", "FILE", "n", "-date", "2024-01-02T03:04:05Z"}},
     {"defaults_delete_key", defaultsBinary, {"delete", "FILE", "k"}},
     {"defaults_rename", defaultsBinary, {"rename", "FILE", "k", "n"}},
-    {"defaults_import", defaultsBinary, {"import", "FILE", "-"}, kImport},
+    {"defaults_import", defaultsBinary, {"import", "FILE", "-"}, kImport, false},
 };
 
 std::string original() {
@@ -48,11 +54,15 @@ std::string original() {
 
 class InPlaceEdit : public ::testing::TestWithParam<Edit> {
  protected:
-  ToolRun edit(const std::string& file) {
+  StartedTool startEdit(const std::string& file) {
     std::vector<std::string> args = GetParam().args;
     for (std::string& a : args)
       if (a == "FILE") a = file;
-    return runTool(GetParam().binary(), args, {"HOME=" + home.path()}, GetParam().input);
+    return startTool(GetParam().binary(), args, {"HOME=" + home.path()}, GetParam().input);
+  }
+  ToolRun edit(const std::string& file) {
+    StartedTool t = startEdit(file);
+    return finishTool(t);
   }
   TempDir home;
   TempDir dir{true};  // tmpfs: keeps user extended attributes
@@ -136,6 +146,54 @@ TEST_P(InPlaceEdit, AnUnwritableFolderLeavesTheFileAsItWas) {
   EXPECT_NE(r.err.find(path + ": "), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("Read-only file system"), std::string::npos) << r.err;
   EXPECT_EQ(stateOf(path), before);
+}
+
+// Another program renames its own version over the file while the tool is
+// between reading and writing it: the tool must not overwrite that version.
+// The moment is made exact with fanotify permission events on the file: the
+// tool's read is its first open, and the writer opens the old file once more
+// to copy its extended attributes just before the rename; the test replaces
+// the file while that open waits for its answer.
+TEST_P(InPlaceEdit, AFileReplacedDuringTheCallIsLeftAsTheOtherProgramWroteIt) {
+  if (!GetParam().readsTheFile) GTEST_SKIP() << "replaces the file without reading it first";
+  writeFile(file, original());
+  const int fan = ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY | O_CLOEXEC);
+  if (fan < 0) GTEST_SKIP() << "no fanotify permission events: " << std::strerror(errno);
+  ASSERT_EQ(::fanotify_mark(fan, FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, file.c_str()), 0)
+      << std::strerror(errno);
+  std::string replacement;
+  plist::toXML(Value(Dictionary{{"other", Value("program")}}), replacement);
+  writeFile(dir / "other.plist", replacement);
+
+  StartedTool tool = startEdit(file);
+  int opens = 0;
+  bool replaced = false;
+  while (!replaced) {
+    pollfd p{fan, POLLIN, 0};
+    if (::poll(&p, 1, 10000) <= 0) break;  // bounded: the tool never opened the file again
+    alignas(fanotify_event_metadata) char buf[4096];
+    ssize_t n = ::read(fan, buf, sizeof buf);
+    if (n <= 0) break;
+    for (auto* e = reinterpret_cast<fanotify_event_metadata*>(buf); FAN_EVENT_OK(e, n);
+         e = FAN_EVENT_NEXT(e, n)) {
+      if (++opens == 2 && !replaced) {
+        ASSERT_EQ(::rename((dir / "other.plist").c_str(), file.c_str()), 0);
+        replaced = true;
+      }
+      fanotify_response answer{e->fd, FAN_ALLOW};
+      ASSERT_EQ(::write(fan, &answer, sizeof answer), static_cast<ssize_t>(sizeof answer));
+      ::close(e->fd);
+    }
+  }
+  ::close(fan);  // answers whatever is still pending
+  ToolRun r = finishTool(tool);
+  ASSERT_TRUE(replaced) << "the tool opened the file " << opens << " time(s); status " << r.status;
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_NE(r.err.find(file + ": Replaced by another program while being changed"),
+            std::string::npos)
+      << r.err;
+  EXPECT_EQ(readFile(file), replacement);
+  EXPECT_EQ(strayEntries(dir.path(), {"d.plist"}), std::vector<std::string>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Tools, InPlaceEdit, ::testing::ValuesIn(kEdits),

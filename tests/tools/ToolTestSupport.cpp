@@ -20,8 +20,8 @@
 
 namespace wf::test {
 
-ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
-                const std::vector<std::string>& environment, const std::string& input) {
+StartedTool startTool(const std::string& binary, const std::vector<std::string>& args,
+                      const std::vector<std::string>& environment, const std::string& input) {
   // Bounded: a tool that hangs fails the test with status 124.
   std::vector<std::string> argv{"timeout", "30", binary};
   argv.insert(argv.end(), args.begin(), args.end());
@@ -33,21 +33,22 @@ ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
     const auto eq = entry.find('=');
     env = g_environ_setenv(env, entry.substr(0, eq).c_str(), entry.substr(eq + 1).c_str(), TRUE);
   }
-  ToolRun r;
+  StartedTool t;
   GPid pid;
-  gint in = -1, out = -1, err = -1;
+  gint in = -1;
   GError* error = nullptr;
   if (!g_spawn_async_with_pipes(
           nullptr, cargv.data(), env,
           static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH), nullptr,
-          nullptr, &pid, &in, &out, &err, &error)) {
-    r.err = error ? error->message : "spawn failed";
+          nullptr, &pid, &in, &t.out, &t.err, &error)) {
+    t.failure = error ? error->message : "spawn failed";
     g_clear_error(&error);
     g_strfreev(env);
-    return r;
+    return t;
   }
   g_strfreev(env);
-  // Small inputs and outputs: write all, close, then drain both pipes.
+  t.pid = pid;
+  // Small inputs: written at once, then the pipe is closed.
   for (std::size_t done = 0; done < input.size();) {
     ssize_t n = ::write(in, input.data() + done, input.size() - done);
     if (n < 0 && errno == EINTR) continue;
@@ -55,6 +56,15 @@ ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
     done += static_cast<std::size_t>(n);
   }
   ::close(in);
+  return t;
+}
+
+ToolRun finishTool(StartedTool& t) {
+  ToolRun r;
+  if (t.pid < 0) {
+    r.err = t.failure;
+    return r;
+  }
   auto drain = [](int fd, std::string& into) {
     char buf[4096];
     ssize_t n;
@@ -67,15 +77,22 @@ ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
     }
     ::close(fd);
   };
-  // stderr output of these tools is a few lines; read stdout first.
-  drain(out, r.out);
-  drain(err, r.err);
+  // Standard error of these tools is a few lines; read standard output first.
+  drain(t.out, r.out);
+  drain(t.err, r.err);
   int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  while (::waitpid(t.pid, &status, 0) < 0 && errno == EINTR) {
   }
-  g_spawn_close_pid(pid);
+  g_spawn_close_pid(t.pid);
+  t.pid = -1;
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return r;
+}
+
+ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
+                const std::vector<std::string>& environment, const std::string& input) {
+  StartedTool t = startTool(binary, args, environment, input);
+  return finishTool(t);
 }
 
 FileState stateOf(const std::string& path) {

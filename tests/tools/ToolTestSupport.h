@@ -20,6 +20,17 @@ struct ToolRun {
 ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
                 const std::vector<std::string>& environment = {}, const std::string& input = "");
 
+// The same in two steps, for a test that acts while the tool runs.
+struct StartedTool {
+  int pid = -1;
+  int out = -1, err = -1;
+  std::string failure;  // why it could not be started
+};
+StartedTool startTool(const std::string& binary, const std::vector<std::string>& args,
+                      const std::vector<std::string>& environment = {},
+                      const std::string& input = "");
+ToolRun finishTool(StartedTool& started);
+
 // What a file is, without following a link at the name.
 struct FileState {
   bool exists = false;

@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "Json.h"
-#include "platform/base/Files.h"
 #include "platform/plist/PropertyList.h"
 
 namespace wf::tools {
@@ -20,7 +19,8 @@ std::string programName(const char* argv0, const char* fallback) {
   return name.empty() ? fallback : name;
 }
 
-bool readInput(const std::string& path, std::string& bytes, std::string& error) {
+bool readInput(const std::string& path, std::string& bytes, std::string& error,
+               std::optional<sys::FileIdentity>* identity) {
   if (path == "-") {
     auto r = sys::readAll(STDIN_FILENO, sys::kMaxPropertyListFileBytes);
     if (!r) {
@@ -30,7 +30,14 @@ bool readInput(const std::string& path, std::string& bytes, std::string& error) 
     bytes = std::move(r.value());
     return true;
   }
-  auto r = sys::readRegularFile(path, sys::kMaxPropertyListFileBytes, sys::Links::Follow);
+  auto fd = sys::openRegularFile(path, sys::Links::Follow);
+  if (!fd) {
+    error = fd.error().message;
+    return false;
+  }
+  struct stat st {};
+  if (identity && ::fstat(fd->get(), &st) == 0) *identity = sys::FileIdentity{st.st_dev, st.st_ino};
+  auto r = sys::readAll(fd->get(), sys::kMaxPropertyListFileBytes);
   if (!r) {
     error = r.error().isErrno(EFBIG) ? "File too large for a property list" : r.error().message;
     return false;
@@ -56,12 +63,14 @@ bool parseDocument(std::string_view bytes, Value& out, std::string& error, Docum
   return true;
 }
 
-bool readDocument(const std::string& path, Value& out, std::string& error, DocumentFormat* format) {
+bool readDocument(const std::string& path, Value& out, std::string& error, DocumentFormat* format,
+                  std::optional<sys::FileIdentity>* identity) {
   std::string bytes;
-  return readInput(path, bytes, error) && parseDocument(bytes, out, error, format);
+  return readInput(path, bytes, error, identity) && parseDocument(bytes, out, error, format);
 }
 
-bool writeOutput(const std::string& path, std::string_view bytes, std::string& error) {
+bool writeOutput(const std::string& path, std::string_view bytes, std::string& error,
+                 const std::optional<sys::FileIdentity>& readFrom) {
   if (path == "-") {
     if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size() ||
         std::fflush(stdout) != 0) {
@@ -74,6 +83,7 @@ bool writeOutput(const std::string& path, std::string_view bytes, std::string& e
   // A person editing a linked file means the file the link leads to.
   options.finalLink = sys::Links::Follow;
   options.keepMetadata = true;
+  options.expected = readFrom;
   auto r = sys::writeFileAtomically(path, bytes, options);
   if (!r) {
     error = r.error().message;

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/base/Files.h"
 #include "platform/plist/Value.h"
 
 namespace wf::tools {
@@ -16,8 +17,10 @@ namespace wf::tools {
 std::string programName(const char* argv0, const char* fallback);
 
 // The bytes of `path`, or of standard input for "-". On failure `error` is
-// the reason in words, without the path.
-bool readInput(const std::string& path, std::string& bytes, std::string& error);
+// the reason in words, without the path. `identity` (when given) receives
+// the file that was read, for writeOutput's check.
+bool readInput(const std::string& path, std::string& bytes, std::string& error,
+               std::optional<sys::FileIdentity>* identity = nullptr);
 
 enum class DocumentFormat { XML, Binary, JSON };
 
@@ -28,10 +31,14 @@ bool parseDocument(std::string_view bytes, Value& out, std::string& error,
 
 // readInput + parseDocument.
 bool readDocument(const std::string& path, Value& out, std::string& error,
-                  DocumentFormat* format = nullptr);
+                  DocumentFormat* format = nullptr,
+                  std::optional<sys::FileIdentity>* identity = nullptr);
 
 // Replaces `path` by `bytes` as described above; "-" writes standard output.
-bool writeOutput(const std::string& path, std::string_view bytes, std::string& error);
+// With `readFrom`, the write fails and leaves the file alone when another
+// program replaced the file since it was read.
+bool writeOutput(const std::string& path, std::string_view bytes, std::string& error,
+                 const std::optional<sys::FileIdentity>& readFrom = std::nullopt);
 
 // Whether something exists at `path` (a dangling link counts).
 bool pathExists(const std::string& path);

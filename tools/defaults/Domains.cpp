@@ -39,14 +39,15 @@ std::string domainPath(const std::string& domain) {
   return preferencesFolder() + "/" + domain + ".plist";
 }
 
-bool loadDomain(const std::string& path, Value& out, std::string& error) {
+bool loadDomain(const std::string& path, Value& out, std::string& error,
+                std::optional<sys::FileIdentity>* identity) {
   if (!tools::pathExists(path)) {
     out = Value();
     return true;
   }
   std::string reason;
   Value v;
-  if (!tools::readDocument(path, v, reason)) {
+  if (!tools::readDocument(path, v, reason, nullptr, identity)) {
     error = path + ": " + reason;
     return false;
   }
@@ -58,11 +59,13 @@ bool loadDomain(const std::string& path, Value& out, std::string& error) {
   return true;
 }
 
-bool saveDomain(const std::string& path, const Dictionary& d, std::string& error) {
+bool saveDomain(const std::string& path, const Dictionary& d, std::string& error,
+                const std::optional<sys::FileIdentity>& readFrom) {
   std::string folder = ns::stringByDeletingLastPathComponent(path);
   if (!folder.empty()) FileManager::defaultManager().createDirectoryAtPath(folder, true);
   std::string bytes, reason;
-  if (!plist::toXML(Value(d), bytes, &reason) || !tools::writeOutput(path, bytes, reason)) {
+  if (!plist::toXML(Value(d), bytes, &reason) ||
+      !tools::writeOutput(path, bytes, reason, readFrom)) {
     error = path + ": " + reason;
     return false;
   }

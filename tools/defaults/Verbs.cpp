@@ -144,7 +144,8 @@ int write(const std::string& program, const Args& args) {
   const Args rest(args.begin() + 2, args.end());
   std::string path = domainPath(args[0]), error;
   Value current;
-  if (!loadDomain(path, current, error)) return fail(error);
+  std::optional<sys::FileIdentity> read;
+  if (!loadDomain(path, current, error, &read)) return fail(error);
   Dictionary d = current.isNil() ? Dictionary{} : current.asDictionary();
 
   Value value;
@@ -188,7 +189,7 @@ int write(const std::string& program, const Args& args) {
     value = untypedValue(rest[0]);
   }
   d.insert_or_assign(key, value);
-  if (!saveDomain(path, d, error)) return fail(error);
+  if (!saveDomain(path, d, error, read)) return fail(error);
   return 0;
 }
 
@@ -196,7 +197,8 @@ int remove(const std::string& program, const Args& args) {
   if (args.empty() || args.size() > 2) return usageError(program);
   std::string path = domainPath(args[0]), error;
   Value current;
-  if (!loadDomain(path, current, error)) return fail(error);
+  std::optional<sys::FileIdentity> read;
+  if (!loadDomain(path, current, error, &read)) return fail(error);
   if (current.isNil())
     return fail("\nDomain (" + shown(args[0]) + ") not found.\nDefaults have not been changed.");
   if (args.size() == 1) {
@@ -207,7 +209,7 @@ int remove(const std::string& program, const Args& args) {
   Dictionary d = current.asDictionary();
   if (d.erase(args[1]) == 0)
     return fail("\nDomain (" + shown(args[0]) + ") not found.\nDefaults have not been changed.");
-  if (!saveDomain(path, d, error)) return fail(error);
+  if (!saveDomain(path, d, error, read)) return fail(error);
   return 0;
 }
 
@@ -215,7 +217,8 @@ int rename(const std::string& program, const Args& args) {
   if (args.size() != 3) return usageError(program);
   std::string path = domainPath(args[0]), error;
   Value current;
-  if (!loadDomain(path, current, error)) return fail(error);
+  std::optional<sys::FileIdentity> read;
+  if (!loadDomain(path, current, error, &read)) return fail(error);
   const Value* old = current.isNil() ? nullptr : current.find(args[1]);
   if (!old)
     return fail("\nThe domain/default pair of (" + shown(args[0]) + ", " + args[1] +
@@ -224,7 +227,7 @@ int rename(const std::string& program, const Args& args) {
   Value moved = *old;
   d.erase(args[1]);
   d.insert_or_assign(args[2], moved);
-  if (!saveDomain(path, d, error)) return fail(error);
+  if (!saveDomain(path, d, error, read)) return fail(error);
   return 0;
 }
 

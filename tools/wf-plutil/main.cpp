@@ -99,7 +99,8 @@ bool processFile(const Options& o, const std::string& path) {
   Value root;
   std::string error;
   DocumentFormat format = DocumentFormat::XML;
-  if (!wf::tools::readDocument(path, root, error, &format)) return report(path, error);
+  std::optional<wf::sys::FileIdentity> identity;
+  if (!wf::tools::readDocument(path, root, error, &format, &identity)) return report(path, error);
 
   const std::vector<std::string> keys = wf::tools::splitKeyPath(o.keyPath);
   std::string bytes, target;
@@ -160,7 +161,8 @@ bool processFile(const Options& o, const std::string& path) {
     default:
       return false;
   }
-  if (!wf::tools::writeOutput(target, bytes, error))
+  // In place: refuse to overwrite a file someone put there since it was read.
+  if (!wf::tools::writeOutput(target, bytes, error, target == path ? identity : std::nullopt))
     return report(target == "-" ? path : target, error);
   return true;
 }
