@@ -65,12 +65,13 @@ install(FILES ${PROJECT_BINARY_DIR}/changelog.gz
 # "defaults" is offered only where no other defaults command exists.
 if(TARGET wf-defaults)
   install(CODE "
-    set(bindir \"\$ENV{DESTDIR}${CMAKE_INSTALL_FULL_BINDIR}\")
+    # The prefix of this installation (cmake --install --prefix), not the configured one.
+    set(bindir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
     find_program(WF_OTHER_DEFAULTS defaults NO_CACHE)
     if(NOT WF_OTHER_DEFAULTS AND NOT EXISTS \"\${bindir}/defaults\" AND \"\$ENV{DESTDIR}\" STREQUAL \"\")
       execute_process(COMMAND \${CMAKE_COMMAND} -E create_symlink wf-defaults \"\${bindir}/defaults\")
       message(STATUS \"Installing: \${bindir}/defaults -> wf-defaults\")
-      set(mandir \"${CMAKE_INSTALL_FULL_MANDIR}/man1\")
+      set(mandir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1\")
       if(EXISTS \"\${mandir}/wf-defaults.1.gz\" AND NOT EXISTS \"\${mandir}/defaults.1.gz\")
         execute_process(COMMAND \${CMAKE_COMMAND} -E create_symlink wf-defaults.1.gz \"\${mandir}/defaults.1.gz\")
       endif()
