@@ -5,6 +5,21 @@ foreach(program wrenfold-helper openmeta wf-plutil wf-defaults)
   endif()
 endforeach()
 
+# The OpenMeta store for other programs: static library, public headers and
+# wrenfold-openmeta.pc (see src/openmeta/CMakeLists.txt for why static).
+if(TARGET wrenfold_openmeta)
+  install(TARGETS wrenfold_openmeta ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          COMPONENT openmeta-dev)
+  foreach(header IN LISTS WF_OPENMETA_PUBLIC_HEADERS)
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/src/${header}
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wrenfold-openmeta/${folder}
+            COMPONENT openmeta-dev)
+  endforeach()
+  install(FILES ${PROJECT_BINARY_DIR}/wrenfold-openmeta.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT openmeta-dev)
+endif()
+
 # Resources: an installed helper finds them in share/wrenfold-helper beside bin/.
 install(FILES ${PROJECT_SOURCE_DIR}/resources/Info.plist
         DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenfold-helper)
@@ -50,11 +65,16 @@ install(FILES ${PROJECT_BINARY_DIR}/changelog.gz
 # "defaults" is offered only where no other defaults command exists.
 if(TARGET wf-defaults)
   install(CODE "
-    set(bindir \"\$ENV{DESTDIR}${CMAKE_INSTALL_FULL_BINDIR}\")
+    # The prefix of this installation (cmake --install --prefix), not the configured one.
+    set(bindir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
     find_program(WF_OTHER_DEFAULTS defaults NO_CACHE)
     if(NOT WF_OTHER_DEFAULTS AND NOT EXISTS \"\${bindir}/defaults\" AND \"\$ENV{DESTDIR}\" STREQUAL \"\")
       execute_process(COMMAND \${CMAKE_COMMAND} -E create_symlink wf-defaults \"\${bindir}/defaults\")
       message(STATUS \"Installing: \${bindir}/defaults -> wf-defaults\")
+      set(mandir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1\")
+      if(EXISTS \"\${mandir}/wf-defaults.1.gz\" AND NOT EXISTS \"\${mandir}/defaults.1.gz\")
+        execute_process(COMMAND \${CMAKE_COMMAND} -E create_symlink wf-defaults.1.gz \"\${mandir}/defaults.1.gz\")
+      endif()
     endif()")
 endif()
 

@@ -60,7 +60,7 @@ TEST(Plutil, Help) {
   ToolRun r = plutil({"-help"});
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("usage: wf-plutil"), std::string::npos);
-  EXPECT_NE(r.out.find("-convert xml1|binary1"), std::string::npos);
+  EXPECT_NE(r.out.find("-convert FORMAT"), std::string::npos);
 }
 
 TEST(Plutil, UsageErrors) {
@@ -71,9 +71,9 @@ TEST(Plutil, UsageErrors) {
   r = plutil({"-frobnicate", "x"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("unknown command -frobnicate"), std::string::npos);
-  r = plutil({"-convert", "json", "x"});
+  r = plutil({"-convert", "swift", "x"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("unknown format \"json\""), std::string::npos);
+  EXPECT_NE(r.err.find("unknown format \"swift\""), std::string::npos);
   r = plutil({"-lint", "-q", "x"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("unknown option -q"), std::string::npos);

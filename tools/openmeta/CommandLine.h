@@ -1,5 +1,8 @@
-// Argument parsing for the subcommands: options may stand anywhere among
-// the operands; "--" ends the options.
+// Argument parsing for the subcommands, as getopt_long does it: options may
+// stand anywhere among the operands; short options cluster ("-pa") and take
+// their value attached ("-tWork") or as the next argument; long options take
+// "--tag=Work" or "--tag Work" and may be abbreviated while unambiguous;
+// "--" ends the options.
 #pragma once
 
 #include <map>

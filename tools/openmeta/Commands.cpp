@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <functional>
 
+#include "MacFinderTags.h"
 #include "Output.h"
 #include "openmeta/OpenMeta.h"
+#include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
 
 namespace openmeta_tool {
@@ -19,6 +21,7 @@ namespace {
 
 const OptionInfo kHelp{"--help", "-h", false, "", "show this help and exit"};
 const OptionInfo kPlist{"--plist", "-p", false, "", "print the result as an XML property list"};
+const OptionInfo kJson{"--json", "-j", false, "", "print the result as JSON"};
 const OptionInfo kTag{"--tag", "-t", true, "TAG", "a tag (give the option once per tag)"};
 
 Value stringArray(const std::vector<std::string>& items) {
@@ -30,9 +33,16 @@ Value stringArray(const std::vector<std::string>& items) {
 using Reader = std::function<Value(const std::string& path, OptError* error)>;
 using Writer = std::function<OptError(const std::string& path)>;
 
+OutputFormat formatOf(const ParsedArguments& a) {
+  if (a.has("--json")) return OutputFormat::Json;
+  if (a.has("--plist")) return OutputFormat::PropertyList;
+  return OutputFormat::Lines;
+}
+
 // Reads every file; one file prints its value alone, several files prefix
 // each line with the path and a tab (or make a dictionary keyed by path).
-int readEach(const std::vector<std::string>& files, bool plist, const Reader& read) {
+int readEach(const std::vector<std::string>& files, OutputFormat format, const Reader& read) {
+  const bool plist = format != OutputFormat::Lines;
   int status = 0;
   wf::Dictionary::Entries byPath;  // sorted once at the end: many files stay fast
   for (const std::string& path : files) {
@@ -44,7 +54,7 @@ int readEach(const std::vector<std::string>& files, bool plist, const Reader& re
       continue;
     }
     if (files.size() == 1) {
-      if (plist ? !printPropertyList(v) : (printLines(v), false)) status = 1;
+      if (plist ? !printStructured(v, format) : (printLines(v), false)) status = 1;
     } else if (plist) {
       if (!v.isNil()) byPath.emplace_back(path, v);
     } else {
@@ -52,7 +62,7 @@ int readEach(const std::vector<std::string>& files, bool plist, const Reader& re
     }
   }
   if (plist && files.size() > 1 &&
-      !printPropertyList(Value(wf::Dictionary::fromEntries(std::move(byPath)))))
+      !printStructured(Value(wf::Dictionary::fromEntries(std::move(byPath))), format))
     status = 1;
   return status;
 }
@@ -72,13 +82,67 @@ std::vector<std::string> tail(const std::vector<std::string>& v, std::size_t fro
   return std::vector<std::string>(v.begin() + static_cast<std::ptrdiff_t>(from), v.end());
 }
 
+// The comparison key of the store's tag rules: form D, lower case.
+std::string tagKey(const std::string& tag) {
+  return wf::ns::lowercaseString(wf::ns::decomposedStringWithCanonicalMapping(tag));
+}
+
+// The Mac Finder tags of `path` that its tags do not hold yet.
+std::vector<MacFinderTag> untakenMacTags(const std::string& path, const Value& tags) {
+  std::vector<MacFinderTag> out;
+  OptError ignored;
+  for (MacFinderTag& t : readMacFinderTags(path, &ignored)) {
+    bool held = false;
+    if (tags.isArray())
+      for (const Value& have : tags.asArray())
+        held = held || (have.isString() && tagKey(have.asString()) == tagKey(t.name));
+    if (!held) out.push_back(std::move(t));
+  }
+  return out;
+}
+
 int getTags(const ParsedArguments& a) {
-  return readEach(a.operands, a.has("--plist"),
-                  [](const std::string& p, OptError* e) { return OpenMeta::getUserTags(p, e); });
+  const OutputFormat format = formatOf(a);
+  if (format != OutputFormat::Lines)
+    return readEach(a.operands, format,
+                    [](const std::string& p, OptError* e) { return OpenMeta::getUserTags(p, e); });
+  // Lines: the tags, then the Mac Finder tags not taken in yet, marked.
+  int status = 0;
+  for (const std::string& path : a.operands) {
+    OptError error;
+    const Value tags = OpenMeta::getUserTags(path, &error);
+    if (error) {
+      printError(path, *error);
+      status = 1;
+      continue;
+    }
+    const std::string prefix = a.operands.size() == 1 ? "" : path + "\t";
+    printLines(tags, prefix);
+    for (const MacFinderTag& t : untakenMacTags(path, tags)) {
+      const std::string colour = colourName(t.colour);
+      std::printf("%s%s (Finder tag%s)\n", prefix.c_str(), t.name.c_str(),
+                  colour.empty() ? "" : (", " + colour).c_str());
+    }
+  }
+  return status;
+}
+
+int importFinderTags(const ParsedArguments& a) {
+  return writeEach(a.operands, [](const std::string& p) -> OptError {
+    OptError error;
+    const std::vector<MacFinderTag> mac = readMacFinderTags(p, &error);
+    if (error) return error;
+    if (mac.empty()) return std::nullopt;
+    wf::Array names;
+    for (const MacFinderTag& t : mac) names.emplace_back(t.name);
+    // The store's own rules: normalised, no case-insensitive duplicates,
+    // mirrored to the desktop tags; nothing is written when all are there.
+    return OpenMeta::addUserTags(Value(std::move(names)), p);
+  });
 }
 
 int finderTags(const ParsedArguments& a) {
-  return readEach(a.operands, a.has("--plist"),
+  return readEach(a.operands, formatOf(a),
                   [](const std::string& p, OptError* e) { return OpenMeta::getAppleTags(p, e); });
 }
 
@@ -115,7 +179,7 @@ int commonTags(const ParsedArguments& a) {
     printError("common tags", *error);
     return 1;
   }
-  if (a.has("--plist")) return printPropertyList(tags) ? 0 : 1;
+  if (formatOf(a) != OutputFormat::Lines) return printStructured(tags, formatOf(a)) ? 0 : 1;
   printLines(tags);
   return 0;
 }
@@ -131,7 +195,7 @@ int setCommonTags(const ParsedArguments& a) {
 }
 
 int getRating(const ParsedArguments& a) {
-  return readEach(a.operands, a.has("--plist"), [](const std::string& p, OptError* e) {
+  return readEach(a.operands, formatOf(a), [](const std::string& p, OptError* e) {
     return Value(OpenMeta::getRating(p, e));
   });
 }
@@ -150,7 +214,7 @@ int setRating(const ParsedArguments& a) {
 
 int getValue(const ParsedArguments& a) {
   const std::string key = a.operands[0];
-  return readEach(tail(a.operands, 1), a.has("--plist"), [&](const std::string& p, OptError* e) {
+  return readEach(tail(a.operands, 1), formatOf(a), [&](const std::string& p, OptError* e) {
     return OpenMeta::getString(key, p, e);
   });
 }
@@ -170,7 +234,7 @@ int removeValue(const ParsedArguments& a) {
 
 int getArray(const ParsedArguments& a) {
   const std::string key = a.operands[0];
-  return readEach(tail(a.operands, 1), a.has("--plist"), [&](const std::string& p, OptError* e) {
+  return readEach(tail(a.operands, 1), formatOf(a), [&](const std::string& p, OptError* e) {
     return OpenMeta::getNSArrayMetaData(key, p, e);
   });
 }
@@ -232,12 +296,15 @@ int registerSchema(const ParsedArguments& a) {
 
 const std::vector<Command> kCommands = {
     {"get-tags",
-     "[-p] FILE...",
+     "[-p|-j] FILE...",
      "print the tags of files",
      "Prints the tags of each FILE, one per line. The tags are the OpenMeta tags merged\n"
-     "with the file manager's tags (the attribute user.xdg.tags). With several files\n"
-     "each line starts with the file's path and a tab.",
-     {kHelp, kPlist},
+     "with the file manager's tags (the attribute user.xdg.tags). Tags a Mac's Finder\n"
+     "left on the file (user.com.apple.metadata:_kMDItemUserTags) that are not among\n"
+     "them follow, marked \"(Finder tag)\" with their colour; import-finder-tags\n"
+     "takes them in. With several files each line starts with the file's path and a\n"
+     "tab. --plist and --json print the tags alone.",
+     {kHelp, kPlist, kJson},
      1,
      getTags},
     {"set-tags",
@@ -265,11 +332,11 @@ const std::vector<Command> kCommands = {
      1,
      clearTags},
     {"common-tags",
-     "[-p] FILE...",
+     "[-p|-j] FILE...",
      "print the tags every file carries",
      "Prints the tags that all FILEs carry (compared without regard to letter case),\n"
      "in the first file's order and spelling. A file without tags makes the list empty.",
-     {kHelp, kPlist},
+     {kHelp, kPlist, kJson},
      1,
      commonTags},
     {"set-common-tags",
@@ -281,17 +348,28 @@ const std::vector<Command> kCommands = {
      1,
      setCommonTags},
     {"finder-tags",
-     "[-p] FILE...",
+     "[-p|-j] FILE...",
      "print the file manager's tags",
      "Prints the tags of each FILE as the file manager keeps them (user.xdg.tags).",
-     {kHelp, kPlist},
+     {kHelp, kPlist, kJson},
      1,
      finderTags},
+    {"import-finder-tags",
+     "FILE...",
+     "take in the tags a Mac's Finder left on files",
+     "Adds the Finder tags that a Mac left on each FILE (the attribute\n"
+     "user.com.apple.metadata:_kMDItemUserTags, kept by copies that keep extended\n"
+     "attributes) to its OpenMeta and file-manager tags, as add-tags does: in form D,\n"
+     "without tags that differ only in letter case, after the tags already there.\n"
+     "Colours are left out. The Finder attribute stays as it was.",
+     {kHelp},
+     1,
+     importFinderTags},
     {"get-rating",
-     "[-p] FILE...",
+     "[-p|-j] FILE...",
      "print the star rating of files",
      "Prints the star rating of each FILE (0 when it has none).",
-     {kHelp, kPlist},
+     {kHelp, kPlist, kJson},
      1,
      getRating},
     {"set-rating",
@@ -303,11 +381,11 @@ const std::vector<Command> kCommands = {
      2,
      setRating},
     {"get",
-     "[-p] KEY FILE...",
+     "[-p|-j] KEY FILE...",
      "print the value under a metadata key",
      "Prints the value stored under the metadata KEY (for example kMDItemComment) of\n"
      "each FILE, whatever its type; nothing when there is none.",
-     {kHelp, kPlist},
+     {kHelp, kPlist, kJson},
      2,
      getValue},
     {"set-string",
@@ -325,11 +403,11 @@ const std::vector<Command> kCommands = {
      2,
      removeValue},
     {"get-array",
-     "[-p] KEY FILE...",
+     "[-p|-j] KEY FILE...",
      "print the array under a metadata key",
      "Prints the array stored under the metadata KEY of each FILE, one item per line;\n"
      "nothing when the value is missing or no array.",
-     {kHelp, kPlist},
+     {kHelp, kPlist, kJson},
      2,
      getArray},
     {"set-array",
@@ -380,14 +458,15 @@ std::string commandHelp(const Command& c) {
     if (o.takesValue) names += " " + o.valueName;
     s += "  " + names + std::string(names.size() < 22 ? 22 - names.size() : 1, ' ') + o.help + "\n";
   }
-  s += "\nErrors are printed as \"openmeta: FILE: DOMAIN CODE: INFO\"; the exit status is\n"
-       "0 on success and 1 when anything failed.\n";
+  s += "\nErrors are printed as \"openmeta: FILE: REASON (DOMAIN CODE)\"; the exit status\n"
+       "is 0 on success and 1 when anything failed.\n";
   return s;
 }
 
 std::string programHelp() {
   std::string s =
-      "Usage: openmeta [--appkit-version NUMBER] COMMAND [OPTIONS] ARGUMENTS\n\n"
+      "Usage: openmeta [--appkit-version NUMBER] COMMAND [OPTIONS] ARGUMENTS\n"
+      "       openmeta --help | --version\n\n"
       "Reads and writes OpenMeta tags, ratings and values kept in extended attributes.\n\n"
       "Commands:\n";
   for (const Command& c : kCommands)
@@ -404,6 +483,10 @@ int runCommand(const Command& command, const std::vector<std::string>& args) {
   std::string error;
   if (!parseArguments(args, command.options, parsed, error)) {
     printUsageError(command.name, error);
+    return 1;
+  }
+  if (parsed.has("--plist") && parsed.has("--json")) {
+    printUsageError(command.name, "give either --plist or --json");
     return 1;
   }
   if (parsed.has("--help")) {

@@ -1,7 +1,10 @@
 #include "Output.h"
 
+#include <glib.h>
+
 #include <cstdio>
 
+#include "Json.h"
 #include "platform/foundation/Format.h"
 #include "platform/plist/PropertyList.h"
 
@@ -10,6 +13,8 @@ namespace openmeta_tool {
 namespace {
 
 std::string lineOf(const wf::Value& v) { return v.isString() ? v.asString() : wf::describe(v); }
+
+const char kPosixDomain[] = "NSPOSIXErrorDomain";
 
 }  // namespace
 
@@ -23,26 +28,30 @@ void printLines(const wf::Value& value, const std::string& prefix) {
   std::printf("%s%s\n", prefix.c_str(), lineOf(value).c_str());
 }
 
-bool printPropertyList(const wf::Value& value) {
+bool printStructured(const wf::Value& value, OutputFormat format) {
   if (value.isNil()) return true;
-  std::string xml, error;
-  if (!wf::plist::toXML(value, xml, &error)) {
-    std::fprintf(stderr, "openmeta: cannot print the value as a property list: %s\n",
-                 error.c_str());
+  std::string text, error;
+  bool ok = format == OutputFormat::Json ? wf::tools::toJSON(value, true, text, error)
+                                         : wf::plist::toXML(value, text, &error);
+  if (!ok) {
+    std::fprintf(stderr, "openmeta: cannot print the value as %s: %s\n",
+                 format == OutputFormat::Json ? "JSON" : "a property list", error.c_str());
     return false;
   }
-  std::fwrite(xml.data(), 1, xml.size(), stdout);
+  std::fwrite(text.data(), 1, text.size(), stdout);
   return true;
 }
 
-void printError(const std::string& subject, const wf::Error& error) {
-  std::string info;
+std::string reasonOf(const wf::Error& error) {
+  if (error.domain == kPosixDomain) return g_strerror(static_cast<int>(error.code));
   if (auto it = error.userInfo.find("info"); it != error.userInfo.end())
-    info = it->second.isString() ? it->second.asString() : wf::describe(it->second);
-  else
-    info = error.localizedDescription();
-  std::fprintf(stderr, "openmeta: %s: %s %ld: %s\n", subject.c_str(), error.domain.c_str(),
-               error.code, info.c_str());
+    return it->second.isString() ? it->second.asString() : wf::describe(it->second);
+  return error.localizedDescription();
+}
+
+void printError(const std::string& subject, const wf::Error& error) {
+  std::fprintf(stderr, "openmeta: %s: %s (%s %ld)\n", subject.c_str(), reasonOf(error).c_str(),
+               error.domain.c_str(), error.code);
 }
 
 void printUsageError(const std::string& command, const std::string& message) {

@@ -23,15 +23,26 @@ int main(int argc, char** argv) {
       std::printf("openmeta (WrenfoldHelper) %s\n", WF_VERSION);
       return 0;
     }
-    if (option == "--appkit-version" && at + 1 < args.size()) {
+    if (option == "--") {
+      ++at;
+      break;
+    }
+    // "--appkit-version N" or "--appkit-version=N".
+    if (option == "--appkit-version" || option.rfind("--appkit-version=", 0) == 0) {
+      const bool attached = option.size() > std::string("--appkit-version").size();
+      if (!attached && at + 1 >= args.size()) {
+        openmeta_tool::printUsageError("", "--appkit-version needs a number");
+        return 1;
+      }
+      const std::string text = attached ? option.substr(option.find('=') + 1) : args[at + 1];
       char* end = nullptr;
-      const double version = g_ascii_strtod(args[at + 1].c_str(), &end);
-      if (!end || *end != '\0' || args[at + 1].empty()) {
+      const double version = g_ascii_strtod(text.c_str(), &end);
+      if (!end || *end != '\0' || text.empty()) {
         openmeta_tool::printUsageError("", "--appkit-version needs a number");
         return 1;
       }
       wf::OpenMeta::setAppKitVersionNumberForTesting(version);
-      at += 2;
+      at += attached ? 1 : 2;
       continue;
     }
     openmeta_tool::printUsageError("", "unknown option " + option);

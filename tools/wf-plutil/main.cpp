@@ -1,169 +1,189 @@
-// wf-plutil: checks, prints and converts property lists with the helper's
-// own codec, for systems that have no plutil.
-#include <unistd.h>
+// wf-plutil: checks, prints, converts, extracts and edits property lists
+// with the helper's own codec, as plutil does on systems that have it.
+#include <glib.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "Dates.h"
+#include "Json.h"
+#include "KeyPath.h"
+#include "Options.h"
 #include "PrettyPrint.h"
+#include "ToolFiles.h"
+#include "platform/foundation/Format.h"
 #include "platform/plist/PropertyList.h"
+
+using wf::Value;
+using wf::plutil::Command;
+using wf::plutil::Options;
+using wf::tools::DocumentFormat;
 
 namespace {
 
-const char kUsage[] =
-    "usage: wf-plutil <command> [options] file...\n"
-    "\n"
-    "Commands:\n"
-    "  -lint file...                     check that each file is a valid property list\n"
-    "  -p file                           print the property list in a readable form\n"
-    "  -convert xml1|binary1 [-o out] file...\n"
-    "                                    rewrite each file in the given format, in place\n"
-    "                                    or to `out` (\"-\" for standard output)\n"
-    "  -help                             show this text\n"
-    "\n"
-    "Files that cannot be read are reported and left untouched; the exit status\n"
-    "is 1 when any file fails, 0 otherwise.\n";
-
 int usageError(const std::string& message) {
-  std::fprintf(stderr, "wf-plutil: %s\n\n%s", message.c_str(), kUsage);
+  std::fprintf(stderr, "wf-plutil: %s\n\n%s", message.c_str(), wf::plutil::kUsage);
   return 1;
 }
 
-// Reads a file for the commands below; "-" is standard input.
-bool load(const std::string& path, wf::Value& v, std::string& error) {
-  if (path != "-") {
-    v = wf::plist::readFile(path, &error);
-    return !v.isNil();
-  }
-  std::string bytes;
-  char buf[65536];
-  ssize_t n;
-  while ((n = ::read(STDIN_FILENO, buf, sizeof buf)) != 0) {
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      error = std::string("cannot read standard input: ") + std::strerror(errno);
+bool report(const std::string& path, const std::string& reason) {
+  std::fprintf(stderr, "%s: %s\n", path.c_str(), reason.c_str());
+  return false;
+}
+
+// The value in one of plutil's formats.
+bool encode(const Value& v, const std::string& format, bool readable, std::string& out,
+            std::string& error) {
+  if (format == "xml1") return wf::plist::toXML(v, out, &error);
+  if (format == "binary1") return wf::plist::toBinary(v, out, &error);
+  if (format == "json") return wf::tools::toJSON(v, readable, out, error);
+  // raw: a scalar as text.
+  switch (v.type()) {
+    case Value::Type::String:
+      out = v.asString();
+      break;
+    case Value::Type::Boolean:
+      out = v.asBool() ? "true" : "false";
+      break;
+    case Value::Type::Date:
+      out = wf::tools::iso8601(v.asDate());
+      break;
+    case Value::Type::Data: {
+      gchar* b64 = g_base64_encode(v.asData().data(), v.asData().size());
+      out = b64;
+      g_free(b64);
+      break;
+    }
+    case Value::Type::Integer:
+    case Value::Type::Unsigned:
+    case Value::Type::Real:
+      out = wf::describe(v);
+      break;
+    default:
+      error = "a " + wf::tools::typeName(v) + " has no raw form";
       return false;
-    }
-    bytes.append(buf, static_cast<std::size_t>(n));
   }
-  std::string message;
-  v = wf::plist::parse(bytes, &message);
-  if (v.isNil()) error = "<stdin>: " + message;
-  return !v.isNil();
+  out.push_back('\n');
+  return true;
 }
 
-int lint(const std::vector<std::string>& files) {
-  int status = 0;
-  for (const std::string& path : files) {
-    wf::Value v;
-    std::string error;
-    if (load(path, v, error)) {
-      std::printf("%s: OK\n", path.c_str());
-    } else {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      status = 1;
-    }
+const char* formatName(DocumentFormat f) {
+  switch (f) {
+    case DocumentFormat::Binary:
+      return "binary1";
+    case DocumentFormat::JSON:
+      return "json";
+    default:
+      return "xml1";
   }
-  return status;
 }
 
-int print(const std::vector<std::string>& files) {
-  int status = 0;
-  for (const std::string& path : files) {
-    wf::Value v;
-    std::string error;
-    if (!load(path, v, error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      status = 1;
-      continue;
-    }
-    std::string text = wf::plutil::prettyPrint(v);
-    std::fwrite(text.data(), 1, text.size(), stdout);
+// Where the result for `path` goes: -o, the path with -e's extension, or
+// the file itself.
+std::string destination(const Options& o, const std::string& path) {
+  if (!o.output.empty()) return o.output;
+  if (path == "-") return "-";
+  if (!o.extension.empty()) {
+    std::string base = path;
+    auto slash = base.rfind('/');
+    auto dot = base.rfind('.');
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash + 1))
+      base.erase(dot);
+    return base + "." + o.extension;
   }
-  return status;
+  return path;
 }
 
-bool writeOut(const std::string& out, const std::string& bytes, std::string& error) {
-  if (out == "-") {
-    if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size() ||
-        std::fflush(stdout) != 0) {
-      error = std::string("cannot write standard output: ") + std::strerror(errno);
+bool processFile(const Options& o, const std::string& path) {
+  Value root;
+  std::string error;
+  DocumentFormat format = DocumentFormat::XML;
+  std::optional<wf::sys::FileIdentity> identity;
+  if (!wf::tools::readDocument(path, root, error, &format, &identity)) return report(path, error);
+
+  const std::vector<std::string> keys = wf::tools::splitKeyPath(o.keyPath);
+  std::string bytes, target;
+  switch (o.command) {
+    case Command::Lint:
+      if (!o.silent) std::printf("%s: OK\n", path.c_str());
+      return true;
+    case Command::Print: {
+      std::string text = wf::plutil::prettyPrint(root);
+      std::fwrite(text.data(), 1, text.size(), stdout);
+      return true;
+    }
+    case Command::Type: {
+      const Value* v = wf::tools::valueAtKeyPath(root, keys);
+      if (!v)
+        return report(path,
+                      "Could not extract value, error: No value at that key path or "
+                      "invalid key path: " +
+                          o.keyPath);
+      std::printf("%s\n", wf::tools::typeName(*v).c_str());
+      return true;
+    }
+    case Command::Extract: {
+      const Value* v = wf::tools::valueAtKeyPath(root, keys);
+      if (!v)
+        return report(path,
+                      "Could not extract value, error: No value at that key path or "
+                      "invalid key path: " +
+                          o.keyPath);
+      if (!encode(*v, o.format, o.readable, bytes, error)) {
+        if (o.format == "raw")
+          error = "Value at [" + o.keyPath + "] is a " + wf::tools::typeName(*v) +
+                  "; raw output is for strings, numbers, booleans, dates and data";
+        return report(path, "Could not extract value, error: " + error);
+      }
+      target = o.format == "raw" && o.output.empty() ? "-" : destination(o, path);
+      break;
+    }
+    case Command::Convert:
+      if (!encode(root, o.format, o.readable, bytes, error)) return report(path, error);
+      target = destination(o, path);
+      break;
+    case Command::Insert:
+    case Command::Replace:
+    case Command::Remove: {
+      wf::tools::Edit edit = o.command == Command::Remove    ? wf::tools::Edit::Remove
+                             : o.command == Command::Replace ? wf::tools::Edit::Replace
+                             : o.append                      ? wf::tools::Edit::Append
+                                                             : wf::tools::Edit::Insert;
+      Value changed = wf::tools::editAtKeyPath(root, keys, edit, o.value, o.keyPath, error);
+      if (changed.isNil()) return report(path, "Could not modify plist, error: " + error);
+      // The file keeps the format it was in.
+      if (!encode(changed, formatName(format), o.readable, bytes, error))
+        return report(path, error);
+      target = destination(o, path);
+      break;
+    }
+    default:
       return false;
-    }
-    return true;
   }
-  return wf::plist::writeFileAtomically(out, bytes, &error);
-}
-
-int convert(const std::string& format, const std::string& out,
-            const std::vector<std::string>& files) {
-  wf::plist::Format f;
-  if (format == "xml1")
-    f = wf::plist::Format::XML;
-  else if (format == "binary1")
-    f = wf::plist::Format::Binary;
-  else
-    return usageError("unknown format \"" + format + "\" (use xml1 or binary1)");
-  if (!out.empty() && files.size() != 1) return usageError("-o needs exactly one input file");
-  int status = 0;
-  for (const std::string& path : files) {
-    wf::Value v;
-    std::string error, bytes;
-    if (!load(path, v, error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      status = 1;
-      continue;
-    }
-    if (!wf::plist::serialize(v, f, bytes, &error)) {
-      std::fprintf(stderr, "%s: %s\n", path.c_str(), error.c_str());
-      status = 1;
-      continue;
-    }
-    // In place, or to -o; standard input converts to standard output.
-    std::string target = out.empty() ? path : out;
-    if (!writeOut(target, bytes, error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      status = 1;
-    }
-  }
-  return status;
+  // In place: refuse to overwrite a file someone put there since it was read.
+  if (!wf::tools::writeOutput(target, bytes, error, target == path ? identity : std::nullopt))
+    return report(target == "-" ? path : target, error);
+  return true;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.empty()) return usageError("no command given");
-  const std::string command = args[0];
-  if (command == "-help" || command == "--help" || command == "-h") {
-    std::fputs(kUsage, stdout);
+  Options options;
+  std::string error;
+  if (!wf::plutil::parseOptions(args, options, error)) return usageError(error);
+  if (options.command == Command::Help) {
+    std::fputs(wf::plutil::kUsage, stdout);
     return 0;
   }
-  std::vector<std::string> files;
-  std::string format, out;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    if (command == "-convert" && format.empty() && i == 1) {
-      format = a;
-    } else if (command == "-convert" && a == "-o") {
-      if (i + 1 >= args.size()) return usageError("-o needs a file name");
-      out = args[++i];
-    } else if (a == "--") {
-      files.insert(files.end(), args.begin() + static_cast<std::ptrdiff_t>(i) + 1, args.end());
-      break;
-    } else if (a.size() > 1 && a[0] == '-') {
-      return usageError("unknown option " + a);
-    } else {
-      files.push_back(a);
-    }
+  if (options.command == Command::Version) {
+    std::printf("wf-plutil (WrenfoldHelper) %s\n", WF_VERSION);
+    return 0;
   }
-  if (command == "-convert" && format.empty()) return usageError("-convert needs a format");
-  if (files.empty()) return usageError("no files given");
-  if (command == "-lint") return lint(files);
-  if (command == "-p") return print(files);
-  if (command == "-convert") return convert(format, out, files);
-  return usageError("unknown command " + command);
+  int status = 0;
+  for (const std::string& path : options.files)
+    if (!processFile(options, path)) status = 1;
+  return status;
 }

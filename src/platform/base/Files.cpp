@@ -181,6 +181,13 @@ Result<void> replaceAtomically(const std::string& path, const AtomicWriteOptions
   if (auto r = fill(out.get()); !r) return fail(r.error());
   if (::fsync(out.get()) != 0) return fail(lastError());
   if (out.closeChecked() != 0) return fail(lastError());
+  if (options.expected) {
+    struct stat now {};
+    if (::fstatat(dir->get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
+        now.st_dev != options.expected->device || now.st_ino != options.expected->inode)
+      return fail(SysError{SysError::kErrnoDomain, ESTALE,
+                           "Replaced by another program while being changed; left as it is now"});
+  }
   if (::renameat(dir->get(), temporary.c_str(), dir->get(), name.c_str()) != 0)
     return fail(lastError());
   // Make the rename itself durable; a failure here loses nothing written.

@@ -58,6 +58,12 @@ Result<void> removeAt(int dirFd, const std::string& name, Removal how);
 // taken as given (the folder itself may be a link the user made).
 Result<void> removePath(const std::string& path, Removal how);
 
+// Which file a name led to when it was read.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+};
+
 struct AtomicWriteOptions {
   // NoFollow: a link at the name is replaced by the file. Follow: the link's
   // final target is written and the link stays (what a person editing a
@@ -72,6 +78,10 @@ struct AtomicWriteOptions {
   std::optional<mode_t> exactMode;
   // The temporary is ".<name>.<tag>XXXXXX" beside the file.
   std::string temporaryTag = "tmp-";
+  // The file the caller read and changed. When the name leads to another
+  // file just before the rename (someone replaced it meanwhile), the write
+  // fails with ESTALE and leaves that file alone instead of overwriting it.
+  std::optional<FileIdentity> expected;
 };
 // Writes the bytes to a temporary beside `path`, fsyncs it and renames it
 // over `path`; on any failure the old file stays as it was and no temporary
