@@ -8,6 +8,9 @@
 
 namespace wf {
 
+// The public header spells the number out so that it needs no private one.
+static_assert(OpenMeta::kDefaultAppKitVersionNumber == kCurrentAppKitVersionNumber);
+
 bool gAllowOpenMetaAuthenticationDialogs = true;
 
 namespace {

@@ -46,7 +46,6 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/foundation/AppKitVersion.h"
 #include "platform/foundation/Error.h"
 #include "platform/plist/Value.h"
 
@@ -119,7 +118,7 @@ class OpenMeta {
 
   // Stands in for the system's AppKit version number. The default is a
   // current generation (above 1343): XML values and the Finder-tag mirror.
-  static constexpr double kDefaultAppKitVersionNumber = kCurrentAppKitVersionNumber;
+  static constexpr double kDefaultAppKitVersionNumber = 2299.0;
   static double appKitVersionNumber();
   // For tests and tools: pretend to run on another generation (for example
   // 1265: binary values with the Finder-tag mirror; 1187: binary values and
