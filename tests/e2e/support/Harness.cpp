@@ -263,7 +263,8 @@ void Session::readFrom(int fd, std::string& into) {
 }
 
 void Session::startHelper(const HelperOptions& options) {
-  if (pid_ > 0) throw std::runtime_error("the helper was started already");
+  if (helperRunning()) throw std::runtime_error("the helper is running already");
+  exitStatus_.reset();
   std::map<std::string, std::string> set{{"HOME", home_},
                                          {"XDG_CONFIG_HOME", home_ + "/.config"},
                                          {"XDG_DATA_HOME", home_ + "/.local/share"},
