@@ -104,6 +104,20 @@ bool leftUnkeptBefore(const std::string& path, const Value& wrenfold, const Valu
          record->leftAttributes == fingerprint(attributes);
 }
 
+// The attributes as they were, with the written keys as the store now
+// holds them.
+Value keptValues(const std::string& path, const Dictionary& written, const Value& attributes) {
+  Dictionary kept = attributes.isDictionary() ? attributes.asDictionary() : Dictionary{};
+  for (const auto& entry : written) {
+    Value stored = OpenMeta::getXAttrMetaData(entry.first, path, nullptr);
+    if (stored.isNil())
+      kept.erase(entry.first);
+    else
+      kept.insert_or_assign(entry.first, std::move(stored));
+  }
+  return Value(std::move(kept));
+}
+
 Value keysOf(const Dictionary& d) {
   Array keys;
   for (const auto& entry : d) keys.emplace_back(entry.first);
@@ -182,13 +196,16 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
   if (OpenMeta::setXAttrMetaData(now, kTimeStampKey, path)) return;  // the record stays open
 
   // What the store kept: values that still differ were refused or changed
-  // on the way (a date's fraction, a value of another kind).
+  // on the way (a date's fraction, a value of another kind). Only the
+  // written keys are read back; the whole metadata is read for the note,
+  // in the rare case that something was not kept.
+  if (valuesToImport(wrenfold, keptValues(path, attributesToImport, existingAttributes)).empty()) {
+    removeImportRecord(path);
+    return;
+  }
   Value left;
   if (auto item = platform::SpotlightItem::createWithPath(path)) left = item->copyAllAttributes();
-  if (valuesToImport(wrenfold, left).empty())
-    removeImportRecord(path);
-  else
-    closeImportRecord(path, fingerprint(wrenfold), fingerprint(left));
+  closeImportRecord(path, fingerprint(wrenfold), fingerprint(left));
 }
 
 void WFHelperAppDelegate::logSpotlightDataForPath(const std::string& path) {
