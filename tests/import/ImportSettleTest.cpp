@@ -196,8 +196,20 @@ TEST_F(InterruptedImport, NothingLeftToWriteRestoresTheStampFromBefore) {
   EXPECT_FALSE(readImportRecord(path));
 }
 
+TEST_F(InterruptedImport, TagsNewerThanTheStampFromBeforeGetTheirStubAgain) {
+  setRecognizeOpenMetaTags(true);
+  // Killed between the stub and the final stamp of the OpenMeta way.
+  std::string path = interrupted("15.emlx", goneOwner());
+  setSpotlightAttribute(path, "kMDItemOMUserTags", Value(Array{Value("om")}));
+  setSpotlightAttribute(path, "kMDItemOMUserTagTime", Value(Date{200.0}));
+  delegate->delayedImport({path});
+  Value stub = plist::dictionaryWithContentsOfFile(stubFolder() + "/15");
+  EXPECT_EQ(stub.get("Tags"), Value(Array{Value("om")}));
+  EXPECT_EQ(spotlightAttribute(path, kStampKey), Value(Date{nowSeconds()}));
+  EXPECT_FALSE(readImportRecord(path));
+}
+
 TEST_F(InterruptedImport, WriterStillRunningIsLeftAlone) {
-  std::string parent = currentImportOwner();
   // The test's parent process runs, and so does its import.
   std::string owner = importOwnerOf(getppid());
   ASSERT_TRUE(importOwnerIsRunning(owner));
