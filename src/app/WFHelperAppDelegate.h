@@ -87,6 +87,9 @@ class WFHelperAppDelegate {
   // OpenMeta import into Mail messages
   void delayedImport(const std::vector<std::string>& paths);
   void importWrenfoldMetadataAtPath(const std::string& path, const Value& existingAttributes);
+  // A message left with the distant-future stamp by an import whose writer
+  // is gone: its stamp restored, and the attributes to import it with.
+  std::optional<Value> resumeInterruptedImport(const std::string& path, const Value& attributes);
   void logSpotlightDataForPath(const std::string& path);
   int startOpenMetaFolderWatcher();
   void stopOpenMetaFolderWatcher();

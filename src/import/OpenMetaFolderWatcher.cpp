@@ -1,6 +1,11 @@
 #include "import/OpenMetaFolderWatcher.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "app/WFHelperAppDelegate.h"
+#include "import/ImportRecord.h"
+#include "openmeta/OpenMeta.h"
 #include "paths/Paths.h"
 #include "platform/Spotlight.h"
 #include "platform/foundation/FileManager.h"
@@ -12,7 +17,40 @@ namespace {
 
 Value pathValue(const std::optional<std::string>& path) { return path ? Value(*path) : Value(); }
 
+constexpr const char* kTimeStampKey = "kMDItemWrenfoldTimeStamp";
+// The attributes the plug-in's values are compared with.
+constexpr std::string_view kImportedKeys[] = {"kMDItemKeywords", "kMDItemProjects",
+                                              "kMDItemStarRating", "kMDItemComment",
+                                              "wrenfoldItemDueDate"};
+
 }  // namespace
+
+std::string escapedPath(std::string_view path) {
+  std::string out;
+  static const char* const kHex = "0123456789abcdef";
+  auto escapeByte = [&](unsigned char c) {
+    out += "\\x";
+    out += kHex[c >> 4];
+    out += kHex[c & 15];
+  };
+  while (!path.empty()) {
+    std::size_t bad = ns::firstInvalidUTF8(path);
+    std::string_view good = path.substr(0, bad);
+    for (char c : good) {
+      auto u = static_cast<unsigned char>(c);
+      if (u < 0x20 || u == 0x7f)
+        escapeByte(u);
+      else if (c == '\\')
+        out += "\\\\";
+      else
+        out += c;
+    }
+    if (bad == std::string_view::npos) break;
+    escapeByte(static_cast<unsigned char>(path[bad]));
+    path.remove_prefix(bad + 1);
+  }
+  return out;
+}
 
 int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
   std::optional<std::string> path = WFmailV2Path();
@@ -79,6 +117,12 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
   for (const auto& path : paths) {
     if (ns::pathExtension(path) != "emlx") continue;
     if (!FileManager::defaultManager().fileExistsAtPath(path)) continue;
+    // A name that is no text cannot be handed to the plug-in in a stub;
+    // left alone, the message keeps its tags for a later rename.
+    if (!ns::isValidUTF8(path)) {
+      NSLog("emlx file name is not UTF-8, not imported: %@", escapedPath(path));
+      continue;
+    }
     if (defaultForKey("logOpenMeta").boolValue()) NSLog("emlx file changed: %@", path);
 
     std::optional<platform::SpotlightItem> item = platform::SpotlightItem::createWithPath(path);
@@ -91,10 +135,41 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
     Value attributes = item->copyAttributes(names);
     // A distant-future stamp marks a message whose metadata is being
     // written; a message without any stamp is left alone as well.
-    Value stamp = attributes.get("kMDItemWrenfoldTimeStamp");
-    if (stamp.isDate() && !(stamp.asDate() == Date::distantFuture()))
-      importWrenfoldMetadataAtPath(path, attributes);
+    Value stamp = attributes.get(kTimeStampKey);
+    if (!stamp.isDate()) continue;
+    if (stamp.asDate() == Date::distantFuture()) {
+      std::optional<Value> resumed = resumeInterruptedImport(path, attributes);
+      if (resumed) importWrenfoldMetadataAtPath(path, *resumed);
+      continue;
+    }
+    importWrenfoldMetadataAtPath(path, attributes);
   }
+}
+
+std::optional<Value> WFHelperAppDelegate::resumeInterruptedImport(const std::string& path,
+                                                                  const Value& attributes) {
+  // Only an import whose writer is gone (killed, or its final write
+  // failed) is taken up again; a write in progress, or a stamp another
+  // program set, is left alone.
+  std::optional<ImportRecord> record = readImportRecord(path);
+  if (!record || !record->isOpen() || importOwnerIsRunning(record->owner)) return std::nullopt;
+  WFLogKeyed("logOpenMeta", "OpenMeta Importing... resuming an interrupted import of %@", path);
+  // The stamp goes back to what it was before, and the import starts over
+  // from there. The values it writes are left out of what it compares
+  // with, so that all of them are written again: a value written before
+  // the crash may compare equal while the copies it goes with (the
+  // keywords' three tag lists) were never written.
+  Value before =
+      record->previousStamp.isDate() ? record->previousStamp : Value(Date::distantPast());
+  if (OpenMeta::setXAttrMetaData(before, kTimeStampKey, path)) return std::nullopt;
+  removeImportRecord(path);
+  Dictionary restored;
+  for (const auto& [key, value] : attributes.asDictionary())
+    if (std::find(std::begin(kImportedKeys), std::end(kImportedKeys), key) ==
+        std::end(kImportedKeys))
+      restored.insert_or_assign(key, value);
+  restored.insert_or_assign(kTimeStampKey, before);
+  return Value(std::move(restored));
 }
 
 }  // namespace wf

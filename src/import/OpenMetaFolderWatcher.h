@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace wf {
@@ -12,6 +13,10 @@ namespace wf {
 // delayedImport with them 0.5 s later. Every such callback schedules its
 // own delayed import; none is merged or cancelled.
 void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths);
+
+// A path for a log line: bytes that are not UTF-8 and control characters
+// as \xNN, a backslash doubled, everything else as it is.
+std::string escapedPath(std::string_view path);
 
 // How long after a callback its import runs, and the stream's latency.
 inline constexpr double kOpenMetaImportDelay = 0.5;

@@ -265,7 +265,7 @@ void Session::readFrom(int fd, std::string& into) {
 void Session::startHelper(const HelperOptions& options) {
   // A helper that has ended may be started again (a relaunch after a crash);
   // what it writes is added to what the earlier one wrote.
-  if (helperRunning()) throw std::runtime_error("the helper was started already");
+  if (helperRunning()) throw std::runtime_error("the helper is running already");
   exitStatus_.reset();
   std::map<std::string, std::string> set{{"HOME", home_},
                                          {"XDG_CONFIG_HOME", home_ + "/.config"},
