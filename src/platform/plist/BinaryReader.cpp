@@ -1,6 +1,8 @@
 // Reads binary "bplist00" property lists. Every offset, count and reference
-// is checked against the input before use; shared objects are parsed once
-// and reference cycles are refused.
+// is checked against the input before use; shared objects are parsed once,
+// reference cycles are refused, and so is sharing that would make the value
+// far larger than the file (see kMinExpandedBudget).
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -13,6 +15,17 @@ namespace {
 
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
+
+// An object referenced from several places is parsed once and shared, so a
+// few hundred bytes can describe 2^64 values (each level of arrays holding
+// the next level twice); whoever walks such a value (describing, comparing,
+// writing) never finishes. Values are therefore counted as if every shared
+// reference were a copy. A writer that shares only scalars, as Foundation's
+// and ours do, makes at most one value per reference, so a file of n bytes
+// holds fewer than n; the budget allows eight times that, and never less
+// than this floor.
+constexpr std::uint64_t kMinExpandedBudget = std::uint64_t{1} << 20;
+constexpr std::uint64_t kExpandedBudgetPerByte = 8;
 
 std::uint64_t readBigEndian(const unsigned char* p, std::size_t n) {
   // References and offsets are read for every object: the common widths
@@ -70,12 +83,15 @@ void appendUTF8(std::string& out, std::uint32_t u) {
   }
 }
 
-bool validSize(unsigned n) { return n == 1 || n == 2 || n == 4 || n == 8; }
+// Offsets and references may take any whole number of bytes up to eight.
+bool validSize(unsigned n) { return n >= 1 && n <= 8; }
 
 class BinaryReader {
  public:
   explicit BinaryReader(std::string_view s)
-      : b_(reinterpret_cast<const unsigned char*>(s.data())), size_(s.size()) {}
+      : b_(reinterpret_cast<const unsigned char*>(s.data())),
+        size_(s.size()),
+        budget_(std::max(kMinExpandedBudget, kExpandedBudgetPerByte * s.size())) {}
 
   Value parse(std::string* error) {
     Value v = parseAll();
@@ -91,6 +107,10 @@ class BinaryReader {
   std::size_t objectsEnd_ = 0;  // objects live in [8, objectsEnd_)
   std::vector<Value> cache_;
   std::vector<std::uint8_t> state_;  // 0 unread, 1 being read, 2 read
+  // Containers: how many values they hold, counted through every level as
+  // if shared objects were copied (the container itself included).
+  std::vector<std::uint64_t> expanded_;
+  std::uint64_t budget_;
   std::string error_;
 
   Value fail(std::string message) {
@@ -117,9 +137,9 @@ class BinaryReader {
     std::size_t trailerAt = size_ - kTrailerSize;
     std::string where = "trailer at byte " + std::to_string(trailerAt) + ": ";
     if (!validSize(offsetSize_))
-      return fail(where + "offset size " + std::to_string(offsetSize_) + " is not 1, 2, 4 or 8");
+      return fail(where + "offset size " + std::to_string(offsetSize_) + " is not 1 to 8");
     if (!validSize(refSize_))
-      return fail(where + "reference size " + std::to_string(refSize_) + " is not 1, 2, 4 or 8");
+      return fail(where + "reference size " + std::to_string(refSize_) + " is not 1 to 8");
     if (count_ == 0) return fail(where + "the list has no objects");
     if (top >= count_)
       return fail(where + "top object " + std::to_string(top) + " is beyond the " +
@@ -135,6 +155,7 @@ class BinaryReader {
     objectsEnd_ = static_cast<std::size_t>(tableOffset_);
     cache_.resize(static_cast<std::size_t>(count_));
     state_.assign(static_cast<std::size_t>(count_), 0);
+    expanded_.assign(static_cast<std::size_t>(count_), 1);
     return object(top, 0);
   }
 
@@ -229,11 +250,7 @@ class BinaryReader {
         std::size_t n = low + 1;
         if (n > 8) return failObject(index, offset, "UID wider than 8 bytes");
         if (offset + 1 + n > objectsEnd_) return failObject(index, offset, "truncated UID");
-        // Foundation's XML form of a keyed-archiver UID.
-        Dictionary d;
-        d.emplace("CF$UID",
-                  Value(static_cast<unsigned long long>(readBigEndian(b_ + offset + 1, n))));
-        return Value(std::move(d));
+        return Value(Uid{readBigEndian(b_ + offset + 1, n)});
       }
       case 0xA:
       case 0xC:
@@ -315,6 +332,20 @@ class BinaryReader {
     return Value(std::move(out));
   }
 
+  // Adds what a child stands for to its container's count; false (with the
+  // error) once the whole would exceed the budget.
+  bool expand(std::uint64_t index, std::size_t offset, std::uint64_t& total, std::uint64_t child) {
+    std::uint64_t add = state_[static_cast<std::size_t>(child)] == 2
+                            ? expanded_[static_cast<std::size_t>(child)]
+                            : 1;
+    total = add > budget_ - total ? budget_ + 1 : total + add;
+    if (total <= budget_) return true;
+    failObject(index, offset,
+               "shared objects expand to more than " + std::to_string(budget_) +
+                   " values (counting every reference as a copy)");
+    return false;
+  }
+
   bool ref(std::size_t pos, std::uint64_t index, std::size_t offset, std::uint64_t& target) {
     target = readBigEndian(b_ + pos, refSize_);
     if (target >= count_) {
@@ -335,13 +366,15 @@ class BinaryReader {
                         "array of " + std::to_string(count) + " items runs past the object area");
     Array items;
     items.reserve(static_cast<std::size_t>(count));
+    std::uint64_t total = 1;
     for (std::uint64_t k = 0; k < count; ++k) {
       std::uint64_t target;
       if (!ref(pos + k * refSize_, index, offset, target)) return Value();
       Value item = object(target, depth + 1);
-      if (item.isNil()) return Value();
+      if (item.isNil() || !expand(index, offset, total, target)) return Value();
       items.push_back(std::move(item));
     }
+    expanded_[static_cast<std::size_t>(index)] = total;
     return Value(std::move(items));
   }
 
@@ -356,6 +389,7 @@ class BinaryReader {
     Dictionary::Entries entries;
     entries.reserve(static_cast<std::size_t>(count));
     std::size_t valuesAt = pos + static_cast<std::size_t>(count) * refSize_;
+    std::uint64_t total = 1;
     for (std::uint64_t k = 0; k < count; ++k) {
       std::uint64_t keyRef, valueRef;
       if (!ref(pos + k * refSize_, index, offset, keyRef) ||
@@ -372,9 +406,12 @@ class BinaryReader {
                           "key " + std::to_string(k) + " (object " + std::to_string(keyRef) +
                               ") is not a string");
       Value value = object(valueRef, depth + 1);
-      if (value.isNil()) return Value();
+      if (value.isNil() || !expand(index, offset, total, keyRef) ||
+          !expand(index, offset, total, valueRef))
+        return Value();
       entries.emplace_back(key.asString(), std::move(value));
     }
+    expanded_[static_cast<std::size_t>(index)] = total;
     // A repeated key keeps its last value.
     Dictionary dict = Dictionary::fromEntries(std::move(entries));
     return Value(std::move(dict));

@@ -26,6 +26,13 @@ struct Date {
   bool operator==(const Date& o) const { return seconds == o.seconds; }
 };
 
+// A keyed archive's reference to one of its objects (CFKeyedArchiverUID):
+// a number of its own kind that equals only another UID of the same number.
+struct Uid {
+  std::uint64_t value = 0;
+  bool operator==(const Uid& o) const { return value == o.value; }
+};
+
 class Value {
  public:
   enum class Type : std::uint8_t {
@@ -40,6 +47,7 @@ class Value {
     Data,
     Array,
     Dictionary,
+    Uid,  // keyed-archive object reference
   };
 
   Value() noexcept = default;
@@ -59,6 +67,7 @@ class Value {
   Value(std::string_view s);
   Value(std::string s);
   Value(Date d) : v_(d) {}
+  Value(Uid u) : v_(u) {}
   Value(Data d);
   Value(Array a);
   Value(Dictionary d);
@@ -76,6 +85,7 @@ class Value {
   bool isData() const { return type() == Type::Data; }
   bool isArray() const { return type() == Type::Array; }
   bool isDictionary() const { return type() == Type::Dictionary; }
+  bool isUid() const { return type() == Type::Uid; }
 
   // Typed access; the type must match (checked, throws std::bad_variant_access).
   bool asBool() const { return std::get<bool>(v_); }
@@ -87,6 +97,7 @@ class Value {
   const Data& asData() const { return *std::get<DataP>(v_); }
   const Array& asArray() const { return *std::get<ArrP>(v_); }
   const Dictionary& asDictionary() const { return *std::get<DictP>(v_); }
+  Uid asUid() const { return std::get<Uid>(v_); }
 
   // NSNumber / NSString conversions. Other types give NO / 0.
   bool boolValue() const;
@@ -118,7 +129,7 @@ class Value {
   void setUnsigned(unsigned long long u);
 
   std::variant<std::monostate, NullTag, bool, std::int64_t, std::uint64_t, double, StrP, Date,
-               DataP, ArrP, DictP>
+               DataP, ArrP, DictP, Uid>
       v_;
 };
 
