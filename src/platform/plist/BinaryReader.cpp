@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/plist/Codec.h"
@@ -26,6 +27,45 @@ constexpr std::size_t kTrailerSize = 32;
 // than this floor.
 constexpr std::uint64_t kMinExpandedBudget = std::uint64_t{1} << 20;
 constexpr std::uint64_t kExpandedBudgetPerByte = 8;
+
+// Counts the values of `v` as if every shared container were copied, each
+// shared container walked once (memo), stopping as soon as the count
+// passes `budget`.
+class ExpansionCounter {
+ public:
+  explicit ExpansionCounter(std::uint64_t budget) : budget_(budget) {}
+
+  // The count, or budget + 1 when it is larger.
+  std::uint64_t count(const Value& v) {
+    const void* key;
+    if (v.isArray())
+      key = &v.asArray();
+    else if (v.isDictionary())
+      key = &v.asDictionary();
+    else
+      return 1;
+    auto [it, inserted] = memo_.try_emplace(key, 0);
+    if (!inserted) return it->second;
+    std::uint64_t total = 1;
+    auto add = [&](std::uint64_t n) {
+      total = n > budget_ - std::min(total, budget_) ? budget_ + 1 : total + n;
+      return total <= budget_;
+    };
+    if (v.isArray()) {
+      for (const Value& item : v.asArray())
+        if (!add(count(item))) break;
+    } else {
+      for (const auto& entry : v.asDictionary())
+        if (!add(1) || !add(count(entry.second))) break;
+    }
+    memo_[key] = total;  // the map may have grown: look the entry up again
+    return total;
+  }
+
+ private:
+  std::uint64_t budget_;
+  std::unordered_map<const void*, std::uint64_t> memo_;
+};
 
 std::uint64_t readBigEndian(const unsigned char* p, std::size_t n) {
   // References and offsets are read for every object: the common widths
@@ -107,9 +147,9 @@ class BinaryReader {
   std::size_t objectsEnd_ = 0;  // objects live in [8, objectsEnd_)
   std::vector<Value> cache_;
   std::vector<std::uint8_t> state_;  // 0 unread, 1 being read, 2 read
-  // Containers: how many values they hold, counted through every level as
-  // if shared objects were copied (the container itself included).
-  std::vector<std::uint64_t> expanded_;
+  // Set when a container is referenced a second time: only then can the
+  // value stand for more than the file holds, and only then is it counted.
+  bool sharesContainers_ = false;
   std::uint64_t budget_;
   std::string error_;
 
@@ -155,8 +195,16 @@ class BinaryReader {
     objectsEnd_ = static_cast<std::size_t>(tableOffset_);
     cache_.resize(static_cast<std::size_t>(count_));
     state_.assign(static_cast<std::size_t>(count_), 0);
-    expanded_.assign(static_cast<std::size_t>(count_), 1);
-    return object(top, 0);
+    Value root = object(top, 0);
+    if (root.isNil() || !sharesContainers_) return root;
+    if (ExpansionCounter(budget_).count(root) > budget_) {
+      std::size_t offset = 0;
+      offsetOf(top, offset);
+      return failObject(top, offset,
+                        "shared objects expand to more than " + std::to_string(budget_) +
+                            " values (counting every reference as a copy)");
+    }
+    return root;
   }
 
   bool offsetOf(std::uint64_t index, std::size_t& offset) {
@@ -200,7 +248,10 @@ class BinaryReader {
 
   Value object(std::uint64_t index, int depth) {
     auto i = static_cast<std::size_t>(index);
-    if (state_[i] == 2) return cache_[i];
+    if (state_[i] == 2) {
+      if (cache_[i].isArray() || cache_[i].isDictionary()) sharesContainers_ = true;
+      return cache_[i];
+    }
     std::size_t offset;
     if (!offsetOf(index, offset)) return Value();
     if (state_[i] == 1)
@@ -332,20 +383,6 @@ class BinaryReader {
     return Value(std::move(out));
   }
 
-  // Adds what a child stands for to its container's count; false (with the
-  // error) once the whole would exceed the budget.
-  bool expand(std::uint64_t index, std::size_t offset, std::uint64_t& total, std::uint64_t child) {
-    std::uint64_t add = state_[static_cast<std::size_t>(child)] == 2
-                            ? expanded_[static_cast<std::size_t>(child)]
-                            : 1;
-    total = add > budget_ - total ? budget_ + 1 : total + add;
-    if (total <= budget_) return true;
-    failObject(index, offset,
-               "shared objects expand to more than " + std::to_string(budget_) +
-                   " values (counting every reference as a copy)");
-    return false;
-  }
-
   bool ref(std::size_t pos, std::uint64_t index, std::size_t offset, std::uint64_t& target) {
     target = readBigEndian(b_ + pos, refSize_);
     if (target >= count_) {
@@ -366,15 +403,13 @@ class BinaryReader {
                         "array of " + std::to_string(count) + " items runs past the object area");
     Array items;
     items.reserve(static_cast<std::size_t>(count));
-    std::uint64_t total = 1;
     for (std::uint64_t k = 0; k < count; ++k) {
       std::uint64_t target;
       if (!ref(pos + k * refSize_, index, offset, target)) return Value();
       Value item = object(target, depth + 1);
-      if (item.isNil() || !expand(index, offset, total, target)) return Value();
+      if (item.isNil()) return Value();
       items.push_back(std::move(item));
     }
-    expanded_[static_cast<std::size_t>(index)] = total;
     return Value(std::move(items));
   }
 
@@ -389,7 +424,6 @@ class BinaryReader {
     Dictionary::Entries entries;
     entries.reserve(static_cast<std::size_t>(count));
     std::size_t valuesAt = pos + static_cast<std::size_t>(count) * refSize_;
-    std::uint64_t total = 1;
     for (std::uint64_t k = 0; k < count; ++k) {
       std::uint64_t keyRef, valueRef;
       if (!ref(pos + k * refSize_, index, offset, keyRef) ||
@@ -406,12 +440,9 @@ class BinaryReader {
                           "key " + std::to_string(k) + " (object " + std::to_string(keyRef) +
                               ") is not a string");
       Value value = object(valueRef, depth + 1);
-      if (value.isNil() || !expand(index, offset, total, keyRef) ||
-          !expand(index, offset, total, valueRef))
-        return Value();
+      if (value.isNil()) return Value();
       entries.emplace_back(key.asString(), std::move(value));
     }
-    expanded_[static_cast<std::size_t>(index)] = total;
     // A repeated key keeps its last value.
     Dictionary dict = Dictionary::fromEntries(std::move(entries));
     return Value(std::move(dict));

@@ -9,7 +9,7 @@ namespace wf {
 
 Value Value::null() {
   Value v;
-  v.v_ = NullTag{};
+  v.v_ = Nothing{true};
   return v;
 }
 
