@@ -7,6 +7,7 @@
 #include "Bplist.h"
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/HostilePlist.h"
 
 using namespace wf;
 using test::Bplist;
@@ -91,9 +92,62 @@ TEST(BinaryWriter, SmallestReferenceAndOffsetSizes) {
   EXPECT_EQ(small.refSize, 1u);
   EXPECT_EQ(small.offsetSize, 1u);
 
-  Trailer bigOffsets = trailerOf(binary(Value(Array{Value(Data(70000, 1)), Value(2)})));
+  // Between 64 KiB and 16 MiB offsets take three bytes, as Foundation writes them.
+  std::string threeByteOffsets = binary(Value(Array{Value(Data(70000, 1)), Value(2)}));
+  Trailer bigOffsets = trailerOf(threeByteOffsets);
   EXPECT_EQ(bigOffsets.refSize, 1u);
-  EXPECT_EQ(bigOffsets.offsetSize, 4u);
+  EXPECT_EQ(bigOffsets.offsetSize, 3u);
+  EXPECT_EQ(read(threeByteOffsets), Value(Array{Value(Data(70000, 1)), Value(2)}));
+}
+
+TEST(BinaryWriter, ThreeByteReferencesBeyond65536Objects) {
+  Array many;
+  for (int i = 0; i < 70000; ++i) many.push_back(Value(i));
+  std::string b = binary(Value(many));
+  Trailer t = trailerOf(b);
+  EXPECT_EQ(t.count, 70001u);
+  EXPECT_EQ(t.refSize, 3u);
+  EXPECT_EQ(t.offsetSize, 3u);
+  EXPECT_EQ(read(b), Value(many));
+}
+
+TEST(BinaryWriter, EqualScalarsAndDataAreWrittenOnce) {
+  // 1000 equal five-byte data values: one object, as Foundation writes it
+  // (1054 bytes: 1000 one-byte references, two two-byte offsets).
+  std::string b = binary(Value(Array(1000, Value(Data{1, 2, 3, 4, 5}))));
+  EXPECT_EQ(b.size(), 1054u);
+  EXPECT_EQ(trailerOf(b).count, 2u);
+  Array mixed;
+  for (int i = 0; i < 3; ++i) {
+    mixed.push_back(Value("s"));
+    mixed.push_back(Value(Data{9}));
+    mixed.push_back(Value(Date{5}));
+    mixed.push_back(Value(7));
+    mixed.push_back(Value(0.5));
+    mixed.push_back(Value(Uid{3}));
+    mixed.push_back(Value(Array{Value(1)}));  // containers are never merged
+  }
+  std::string m = binary(Value(mixed));
+  // the root, six scalars, three arrays and the 1 they hold
+  EXPECT_EQ(trailerOf(m).count, 1u + 6u + 3u + 1u);
+  EXPECT_EQ(read(m), Value(mixed));
+}
+
+TEST(BinaryWriter, UidsAsKeyedArchiveReferences) {
+  auto encoded = [](std::uint64_t u) {
+    std::string b = binary(Value(Array{Value(Uid{u})}));
+    return b.substr(10, trailerOf(b).table - 10);
+  };
+  EXPECT_EQ(encoded(5), std::string("\x80\x05", 2));
+  EXPECT_EQ(encoded(300), std::string("\x81\x01\x2C", 3));
+  EXPECT_EQ(encoded(70000), std::string("\x83\x00\x01\x11\x70", 5));
+  EXPECT_EQ(encoded(1ull << 40), "\x87" + Bplist::be(1ull << 40, 8));
+  Value archive(Dictionary{{"$top", Value(Dictionary{{"root", Value(Uid{1})}})},
+                           {"$objects", Value(Array{Value("$null"), Value(Uid{0})})}});
+  Value back = read(binary(archive));
+  EXPECT_EQ(back, archive);
+  EXPECT_TRUE(back.valueForKeyPath("$top.root").isUid());
+  EXPECT_EQ(back.valueForKeyPath("$top.root").asUid().value, 1u);
 }
 
 TEST(BinaryWriter, IntegerEncodings) {
@@ -184,7 +238,7 @@ TEST(BinaryReader, EveryObjectType) {
   EXPECT_EQ(d.get("zzzzz"), Value(Date{817036205}));
   EXPECT_EQ(d.get("zzzzzz"), Value(Data{1, 2, 3}));
   EXPECT_EQ(d.get("zzzzzzz"), Value("\u00E9\U0001F600"));
-  EXPECT_EQ(d.get("qa"), Value(Dictionary{{"CF$UID", Value(256)}}));
+  EXPECT_EQ(d.get("qa"), Value(Uid{256}));
   EXPECT_EQ(d.get("qb"), Value(Array{Value(255), Value(false)}));
   EXPECT_EQ(d.get("qc"), Value(Array{Value(-1)}));
   Value unsignedMax = d.get("qd");
@@ -194,8 +248,8 @@ TEST(BinaryReader, EveryObjectType) {
 }
 
 TEST(BinaryReader, AllOffsetAndReferenceSizes) {
-  for (unsigned offsetSize : {1u, 2u, 4u, 8u}) {
-    for (unsigned refSize : {1u, 2u, 4u, 8u}) {
+  for (unsigned offsetSize = 1; offsetSize <= 8; ++offsetSize) {
+    for (unsigned refSize = 1; refSize <= 8; ++refSize) {
       Bplist p;
       p.offsetSize = offsetSize;
       p.refSize = refSize;
@@ -203,6 +257,17 @@ TEST(BinaryReader, AllOffsetAndReferenceSizes) {
       EXPECT_EQ(read(p.build()), Value(Array{Value("x"), Value(7), Value("x")}))
           << offsetSize << " " << refSize;
     }
+  }
+}
+
+TEST(BinaryReader, UidsOfEveryPayloadWidth) {
+  for (unsigned width = 1; width <= 8; ++width) {
+    Bplist p;
+    p.objects = {"\xA1\x01",
+                 static_cast<char>(0x80 | (width - 1)) + Bplist::be(200 + width, width)};
+    Value v = read(p.build());
+    ASSERT_TRUE(v.isArray()) << width;
+    EXPECT_EQ(v.asArray()[0], Value(Uid{200 + width})) << width;
   }
 }
 
@@ -232,9 +297,9 @@ TEST(BinaryReader, UnsortedKeysComeOutSortedAndARepeatedKeyKeepsItsLastValue) {
 }
 
 TEST(BinaryReader, SharedContainersAreParsedOnce) {
-  // Sixty levels that each refer twice to the next: 2^60 paths, 61 objects.
+  // Sixteen levels that each refer twice to the next: 2^16 paths, 17 objects.
   Bplist p;
-  const int levels = 60;
+  const int levels = 16;
   for (int i = 0; i < levels; ++i) p.objects.push_back("\xA2" + p.ref(i + 1) + p.ref(i + 1));
   p.objects.push_back("\x51x");
   Value v = read(p.build());
@@ -278,4 +343,31 @@ TEST(BinaryReader, PlistlibReadsWhatWeWrite) {
   test::writeFile(dir / "check.py", script);
   std::string command = "python3 " + dir / "check.py" + " " + dir / "ours.plist";
   EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+TEST(BinaryReader, SharingThatExpandsWithoutBoundIsRefused) {
+  // 298 bytes that stand for 2^64 values once every reference is followed.
+  std::string hostile = test::hostileExpansionPlist(64);
+  EXPECT_EQ(hostile.size(), 298u);
+  std::string error;
+  EXPECT_TRUE(plist::parse(hostile, &error).isNil());
+  EXPECT_NE(error.find("expand to more than"), std::string::npos) << error;
+  EXPECT_EQ(error.find("object "), 0u) << error;
+  // Twenty levels (2^21 values) are past the budget for so small a file.
+  EXPECT_TRUE(plist::parse(test::hostileExpansionPlist(20), &error).isNil());
+  EXPECT_FALSE(plist::parse(test::hostileExpansionPlist(12)).isNil());
+}
+
+TEST(BinaryReader, HonestFilesWithManyReferencesToOneValuePass) {
+  // Foundation shares equal scalars: two million references to one string
+  // are two million values in a file of about two million bytes.
+  Value big(Array(2000000, Value("same")));
+  std::string b = binary(big);
+  EXPECT_EQ(read(b), big);
+  // A small file may still share containers a little.
+  Bplist p;
+  const int levels = 18;  // 2^19 values in 80 bytes: under the smallest budget
+  for (int i = 0; i < levels; ++i) p.objects.push_back("\xA2" + p.ref(i + 1) + p.ref(i + 1));
+  p.objects.push_back("\x09");
+  EXPECT_FALSE(read(p.build()).isNil());
 }

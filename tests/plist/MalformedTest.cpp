@@ -4,6 +4,7 @@
 
 #include "Bplist.h"
 #include "platform/plist/PropertyList.h"
+#include "support/HostilePlist.h"
 
 using namespace wf;
 using test::Bplist;
@@ -116,8 +117,12 @@ std::vector<Case> binaryCases() {
   add("HeaderOnly", "bplist00", "truncated (8 bytes)");
   add("ShortList", good.substr(0, 41), "truncated (41 bytes)");
   add("Version01", "bplist01" + good.substr(8), "unsupported binary property list version \"01\"");
-  add("OffsetSize3", withTrailerByte(good, 26, 3), "offset size 3 is not 1, 2, 4 or 8");
-  add("RefSize0", withTrailerByte(good, 25, 0), "reference size 0 is not 1, 2, 4 or 8");
+  add("OffsetSize9", withTrailerByte(good, 26, 9), "offset size 9 is not 1 to 8");
+  add("OffsetSize0", withTrailerByte(good, 26, 0), "offset size 0 is not 1 to 8");
+  add("RefSize0", withTrailerByte(good, 25, 0), "reference size 0 is not 1 to 8");
+  add("RefSize9", withTrailerByte(good, 25, 9), "reference size 9 is not 1 to 8");
+  add("SharedObjectsExpandWithoutBound", test::hostileExpansionPlist(64),
+      "shared objects expand to more than 1048576 values");
   {
     Bplist b = one("\x51x");
     b.countOverride = 0;

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <cmath>
+
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/HostilePlist.h"
 
 using namespace wf;
 
@@ -15,9 +18,15 @@ struct ToolRun {
   std::string out, err;
 };
 
-ToolRun plutil(std::vector<std::string> args) {
+// With `limitSeconds`, the tool is killed (status 124) when it runs longer.
+ToolRun plutil(std::vector<std::string> args, int limitSeconds = 0) {
   std::vector<char*> argv;
   std::string binary = WF_PLUTIL_BINARY;
+  std::string timeout = "timeout", limit = std::to_string(limitSeconds);
+  if (limitSeconds > 0) {
+    argv.push_back(timeout.data());
+    argv.push_back(limit.data());
+  }
   argv.push_back(binary.data());
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
@@ -25,8 +34,8 @@ ToolRun plutil(std::vector<std::string> args) {
   gint wait = 0;
   GError* error = nullptr;
   ToolRun r;
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
-                    &wait, &error)) {
+  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out,
+                    &err, &wait, &error)) {
     ADD_FAILURE() << error->message;
     g_error_free(error);
     return r;
@@ -164,4 +173,88 @@ TEST(Plutil, PrintIsReadable) {
             "  \"name\" => \"Wren \\\"fold\\\"\"\n"
             "  \"when\" => 2001-01-01 00:00:00 +0000\n"
             "}\n");
+}
+
+TEST(Plutil, PrintShowsAUidWithItsNumber) {
+  test::TempDir dir;
+  Value archive(Dictionary{{"$top", Value(Dictionary{{"root", Value(Uid{1})}})},
+                           {"$objects", Value(Array{Value("$null"), Value(Uid{0})})}});
+  test::writeFile(dir / "a.plist", binaryOf(archive));
+  ToolRun r = plutil({"-p", dir / "a.plist"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "{\n"
+            "  \"$objects\" => [\n"
+            "    0 => \"$null\"\n"
+            "    1 => <CFKeyedArchiverUID>{value = 0}\n"
+            "  ]\n"
+            "  \"$top\" => {\n"
+            "    \"root\" => <CFKeyedArchiverUID>{value = 1}\n"
+            "  }\n"
+            "}\n");
+}
+
+TEST(Plutil, AKeyedArchiveStaysOneThroughBothFormats) {
+  test::TempDir dir;
+  const std::string xml =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+      "<plist version=\"1.0\">\n"
+      "<dict>\n"
+      "\t<key>$archiver</key>\n"
+      "\t<string>NSKeyedArchiver</string>\n"
+      "\t<key>$objects</key>\n"
+      "\t<array>\n"
+      "\t\t<string>$null</string>\n"
+      "\t\t<string>hello</string>\n"
+      "\t</array>\n"
+      "\t<key>$top</key>\n"
+      "\t<dict>\n"
+      "\t\t<key>root</key>\n"
+      "\t\t<dict>\n"
+      "\t\t\t<key>CF$UID</key>\n"
+      "\t\t\t<integer>1</integer>\n"
+      "\t\t</dict>\n"
+      "\t</dict>\n"
+      "\t<key>$version</key>\n"
+      "\t<integer>100000</integer>\n"
+      "</dict>\n"
+      "</plist>\n";
+  test::writeFile(dir / "k.plist", xml);
+  ToolRun r = plutil({"-convert", "binary1", dir / "k.plist"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  Value binary = plist::parse(test::readFile(dir / "k.plist"));
+  EXPECT_EQ(binary.valueForKeyPath("$top.root"), Value(Uid{1}));
+  EXPECT_NE(test::readFile(dir / "k.plist").find(std::string("\x80\x01", 2)), std::string::npos);
+  r = plutil({"-convert", "xml1", dir / "k.plist"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(test::readFile(dir / "k.plist"), xml);
+}
+
+TEST(Plutil, ADateXmlCannotCarryIsRefusedWithItsKeyPath) {
+  test::TempDir dir;
+  Value v(Dictionary{{"events", Value(Array{Value(Date{std::nan("")})})}});
+  std::string input = binaryOf(v);
+  test::writeFile(dir / "d.plist", input);
+  ToolRun r = plutil({"-convert", "xml1", dir / "d.plist"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("an undefined date (NaN) cannot be written in XML"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("\"events.0\""), std::string::npos) << r.err;
+  EXPECT_EQ(test::readFile(dir / "d.plist"), input);
+}
+
+TEST(Plutil, SharingThatExpandsWithoutBoundFailsLintAndPrintQuickly) {
+  test::TempDir dir;
+  test::writeFile(dir / "h.plist", test::hostileExpansionPlist(64));
+  ToolRun r = plutil({"-lint", dir / "h.plist"}, 60);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "");
+  EXPECT_NE(r.err.find(dir / "h.plist" + ": object "), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("expand to more than"), std::string::npos) << r.err;
+  r = plutil({"-p", dir / "h.plist"}, 60);
+  EXPECT_EQ(r.status, 1);  // not 124: it ended by itself
+  EXPECT_EQ(r.out, "");
+  EXPECT_NE(r.err.find("expand to more than"), std::string::npos) << r.err;
 }

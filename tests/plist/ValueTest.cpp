@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "platform/foundation/Format.h"
 #include "platform/plist/Value.h"
 
 using namespace wf;
@@ -119,4 +120,21 @@ TEST(ValueCopies, ShareStorage) {
   EXPECT_EQ(&a.asArray(), &b.asArray());
   Value c = std::move(b);
   EXPECT_EQ(&a.asArray(), &c.asArray());
+}
+
+TEST(ValueEquality, AUidEqualsOnlyAUidOfTheSameNumber) {
+  EXPECT_EQ(Value(Uid{5}), Value(Uid{5}));
+  EXPECT_NE(Value(Uid{5}), Value(Uid{6}));
+  EXPECT_NE(Value(Uid{5}), Value(5));
+  EXPECT_NE(Value(5), Value(Uid{5}));
+  EXPECT_NE(Value(Uid{1}), Value(true));
+  EXPECT_NE(Value(Uid{5}), Value(Dictionary{{"CF$UID", Value(5)}}));
+  EXPECT_FALSE(Value(Uid{5}).isNumber());
+  EXPECT_EQ(Value(Uid{5}).type(), Value::Type::Uid);
+}
+
+TEST(ValueDescription, AUidShowsItsNumber) {
+  EXPECT_EQ(describe(Value(Uid{5})), "<CFKeyedArchiverUID>{value = 5}");
+  EXPECT_EQ(describe(Value(Array{Value(Uid{12})})), "(\n    <CFKeyedArchiverUID>{value = 12}\n)");
+  EXPECT_EQ(format("root %@", Value(Uid{0})), "root <CFKeyedArchiverUID>{value = 0}");
 }

@@ -145,17 +145,69 @@ TEST(XmlWriter, DataInLinesOfSeventySixColumnsLessIndentation) {
       << nested;
 }
 
-TEST(XmlWriter, NonAsciiKeysSortedAndWrittenAsUTF8) {
-  Dictionary d{{"\u00E9t\u00E9", Value(1)},
-               {"zebra", Value(2)},
-               {"\u00C9cole", Value(3)},
-               {"apple", Value(4)}};
+TEST(XmlWriter, KeysInUTF16CodeUnitOrderAndWrittenAsUTF8) {
+  Dictionary d{{"\u00E9lan", Value(1)},     {"zebra", Value(2)},       {"\u00C5benraa", Value(3)},
+               {"fin", Value(4)},           {"E\u0301cole", Value(5)}, {"\uFF21", Value(6)},
+               {"\U0001F600", Value(7)},    {"\uE000", Value(8)},      {"\uD7FF", Value(9)},
+               {"a\U00010000b", Value(10)}, {"a\uFFFF", Value(11)},    {"Zebra", Value(12)}};
   std::string s = xml(Value(d));
-  auto pos = [&](const std::string& key) { return s.find("<key>" + key + "</key>"); };
-  EXPECT_LT(pos("apple"), pos("zebra"));
-  EXPECT_LT(pos("\u00C9cole"), pos("apple"));  // É decomposes to E + accent
-  EXPECT_LT(pos("\u00E9t\u00E9"), pos("zebra"));
+  std::vector<std::string> order;
+  for (std::size_t at = s.find("<key>"); at != std::string::npos; at = s.find("<key>", at + 1))
+    order.push_back(s.substr(at + 5, s.find("</key>", at) - at - 5));
+  // No normalisation: "E" + combining accent is an "E"; precomposed letters
+  // sort after every ASCII letter; a character beyond the BMP sorts by its
+  // surrogates, below U+E000.
+  std::vector<std::string> expected{"E\u0301cole", "Zebra",      "a\U00010000b", "a\uFFFF",
+                                    "fin",         "zebra",      "\u00C5benraa", "\u00E9lan",
+                                    "\uD7FF",      "\U0001F600", "\uE000",       "\uFF21"};
+  EXPECT_EQ(order, expected);
   EXPECT_EQ(read(s), Value(d));
+}
+
+TEST(XmlWriter, UidsAsFoundationWritesThem) {
+  EXPECT_EQ(xml(Value(Dictionary{{"root", Value(Uid{7})}})), kHead +
+                                                                 "<dict>\n"
+                                                                 "\t<key>root</key>\n"
+                                                                 "\t<dict>\n"
+                                                                 "\t\t<key>CF$UID</key>\n"
+                                                                 "\t\t<integer>7</integer>\n"
+                                                                 "\t</dict>\n"
+                                                                 "</dict>\n" +
+                                                                 kTail);
+}
+
+TEST(XmlWriter, DatesXmlCannotCarryAreRefusedWithTheirKeyPath) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  struct Case {
+    double seconds;
+    const char* why;
+  } cases[] = {{nan, "an undefined date (NaN)"},
+               {HUGE_VAL, "an infinitely late date"},
+               {-HUGE_VAL, "an infinitely early date"},
+               {1e300, "more than 3 billion years away"}};
+  for (const Case& c : cases) {
+    Value v(Dictionary{
+        {"events", Value(Array{Value(1), Value(Dictionary{{"when", Value(Date{c.seconds})}})})}});
+    std::string out = "untouched", error;
+    EXPECT_FALSE(plist::toXML(v, out, &error)) << c.why;
+    EXPECT_NE(error.find(c.why), std::string::npos) << error;
+    EXPECT_NE(error.find("cannot be written in XML"), std::string::npos) << error;
+    EXPECT_NE(error.find("at key path \"events.1.when\""), std::string::npos) << error;
+    EXPECT_EQ(out, "untouched");
+  }
+  // Binary keeps them all.
+  Value all(
+      Array{Value(Date{nan}), Value(Date{HUGE_VAL}), Value(Date{-HUGE_VAL}), Value(Date{1e300})});
+  std::string bin;
+  ASSERT_TRUE(plist::toBinary(all, bin));
+  EXPECT_EQ(plist::parse(bin), all);
+}
+
+TEST(XmlWriter, YearsAfter9999ReadBackAsTheSameDate) {
+  for (double seconds : {315537897600.0, 4e12, -4e12, 9e16, -9e16}) {
+    Value v(Date{seconds});
+    EXPECT_EQ(read(xml(v)), v) << seconds << "\n" << xml(v);
+  }
 }
 
 TEST(XmlWriter, RefusesNilNullAndInvalidUTF8) {
@@ -245,6 +297,39 @@ TEST(XmlReader, DatesAndData) {
   EXPECT_EQ(inPlist("<data></data>"), Value(Data{}));
 }
 
+TEST(XmlReader, AKeyedArchiveReferenceReadsBackAsAUid) {
+  Value v = inPlist(
+      "<dict><key>a</key><dict><key>CF$UID</key><integer>3</integer></dict>"
+      "<key>big</key><dict><key>CF$UID</key><integer>18446744073709551615</integer></dict>"
+      "<key>negative</key><dict><key>CF$UID</key><integer>-1</integer></dict>"
+      "<key>real</key><dict><key>CF$UID</key><real>1</real></dict>"
+      "<key>text</key><dict><key>CF$UID</key><string>1</string></dict>"
+      "<key>two</key><dict><key>CF$UID</key><integer>1</integer><key>x</key><true/></dict>"
+      "</dict>");
+  EXPECT_EQ(v.get("a"), Value(Uid{3}));
+  EXPECT_EQ(v.get("big"), Value(Uid{18446744073709551615ull}));
+  // Only a dictionary whose one key is "CF$UID" with a whole number.
+  EXPECT_TRUE(v.get("negative").isDictionary());
+  EXPECT_TRUE(v.get("real").isDictionary());
+  EXPECT_TRUE(v.get("text").isDictionary());
+  EXPECT_TRUE(v.get("two").isDictionary());
+  EXPECT_EQ(read(xml(v)), v);
+}
+
+TEST(XmlReader, EntityDeclarationsAreNeverExpanded) {
+  // The classic "billion laughs": each entity ten times the one before.
+  std::string doc = "<?xml version=\"1.0\"?>\n<!DOCTYPE plist [\n<!ENTITY lol \"lol\">\n";
+  for (int i = 1; i <= 9; ++i) {
+    doc += "<!ENTITY lol" + std::to_string(i) + " \"";
+    for (int k = 0; k < 10; ++k) doc += "&lol" + (i > 1 ? std::to_string(i - 1) : "") + ";";
+    doc += "\">\n";
+  }
+  doc += "]>\n<plist version=\"1.0\"><string>&lol9;</string></plist>\n";
+  std::string error;
+  EXPECT_TRUE(plist::parse(doc, &error).isNil());
+  EXPECT_NE(error.find("unknown entity &lol9;"), std::string::npos) << error;
+}
+
 TEST(XmlReader, RepeatedKeyKeepsTheLastValue) {
   EXPECT_EQ(inPlist("<dict><key>a</key><integer>1</integer><key>a</key><integer>2</integer>"
                     "</dict>"),
@@ -291,6 +376,7 @@ TEST(XmlRoundTrip, EveryTypeSurvivesXmlAndBinary) {
   d["empty data"] = Value(Data{});
   d["array"] = Value(Array{Value(1), Value("two"), Value(Array{}), Value(Dictionary{})});
   d["\u4E2D\u6587 key"] = Value(Dictionary{{"\u00E9", Value("\u00E9")}});
+  d["uid"] = Value(Uid{42});
   Value v(d);
   std::string x1 = xml(v);
   Value fromXml = read(x1);

@@ -121,6 +121,12 @@ void describeInto(std::string& out, const Value& v, int level, bool inContainer)
     case T::Data:
       appendData(out, v.asData());
       return;
+    case T::Uid:
+      // Foundation's description less the object's address.
+      out.append("<CFKeyedArchiverUID>{value = ")
+          .append(std::to_string(v.asUid().value))
+          .append("}");
+      return;
     case T::Array: {
       const Array& a = v.asArray();
       out.append("(\n");

@@ -1,8 +1,11 @@
 // Reads binary "bplist00" property lists. Every offset, count and reference
-// is checked against the input before use; shared objects are parsed once
-// and reference cycles are refused.
+// is checked against the input before use; shared objects are parsed once,
+// reference cycles are refused, and so is sharing that would make the value
+// far larger than the file (see kMinExpandedBudget).
+#include <algorithm>
 #include <cstring>
 #include <limits>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/plist/Codec.h"
@@ -13,6 +16,56 @@ namespace {
 
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
+
+// An object referenced from several places is parsed once and shared, so a
+// few hundred bytes can describe 2^64 values (each level of arrays holding
+// the next level twice); whoever walks such a value (describing, comparing,
+// writing) never finishes. Values are therefore counted as if every shared
+// reference were a copy. A writer that shares only scalars, as Foundation's
+// and ours do, makes at most one value per reference, so a file of n bytes
+// holds fewer than n; the budget allows eight times that, and never less
+// than this floor.
+constexpr std::uint64_t kMinExpandedBudget = std::uint64_t{1} << 20;
+constexpr std::uint64_t kExpandedBudgetPerByte = 8;
+
+// Counts the values of `v` as if every shared container were copied, each
+// shared container walked once (memo), stopping as soon as the count
+// passes `budget`.
+class ExpansionCounter {
+ public:
+  explicit ExpansionCounter(std::uint64_t budget) : budget_(budget) {}
+
+  // The count, or budget + 1 when it is larger.
+  std::uint64_t count(const Value& v) {
+    const void* key;
+    if (v.isArray())
+      key = &v.asArray();
+    else if (v.isDictionary())
+      key = &v.asDictionary();
+    else
+      return 1;
+    auto [it, inserted] = memo_.try_emplace(key, 0);
+    if (!inserted) return it->second;
+    std::uint64_t total = 1;
+    auto add = [&](std::uint64_t n) {
+      total = n > budget_ - std::min(total, budget_) ? budget_ + 1 : total + n;
+      return total <= budget_;
+    };
+    if (v.isArray()) {
+      for (const Value& item : v.asArray())
+        if (!add(count(item))) break;
+    } else {
+      for (const auto& entry : v.asDictionary())
+        if (!add(1) || !add(count(entry.second))) break;
+    }
+    memo_[key] = total;  // the map may have grown: look the entry up again
+    return total;
+  }
+
+ private:
+  std::uint64_t budget_;
+  std::unordered_map<const void*, std::uint64_t> memo_;
+};
 
 std::uint64_t readBigEndian(const unsigned char* p, std::size_t n) {
   // References and offsets are read for every object: the common widths
@@ -70,12 +123,15 @@ void appendUTF8(std::string& out, std::uint32_t u) {
   }
 }
 
-bool validSize(unsigned n) { return n == 1 || n == 2 || n == 4 || n == 8; }
+// Offsets and references may take any whole number of bytes up to eight.
+bool validSize(unsigned n) { return n >= 1 && n <= 8; }
 
 class BinaryReader {
  public:
   explicit BinaryReader(std::string_view s)
-      : b_(reinterpret_cast<const unsigned char*>(s.data())), size_(s.size()) {}
+      : b_(reinterpret_cast<const unsigned char*>(s.data())),
+        size_(s.size()),
+        budget_(std::max(kMinExpandedBudget, kExpandedBudgetPerByte * s.size())) {}
 
   Value parse(std::string* error) {
     Value v = parseAll();
@@ -91,6 +147,10 @@ class BinaryReader {
   std::size_t objectsEnd_ = 0;  // objects live in [8, objectsEnd_)
   std::vector<Value> cache_;
   std::vector<std::uint8_t> state_;  // 0 unread, 1 being read, 2 read
+  // Set when a container is referenced a second time: only then can the
+  // value stand for more than the file holds, and only then is it counted.
+  bool sharesContainers_ = false;
+  std::uint64_t budget_;
   std::string error_;
 
   Value fail(std::string message) {
@@ -117,9 +177,9 @@ class BinaryReader {
     std::size_t trailerAt = size_ - kTrailerSize;
     std::string where = "trailer at byte " + std::to_string(trailerAt) + ": ";
     if (!validSize(offsetSize_))
-      return fail(where + "offset size " + std::to_string(offsetSize_) + " is not 1, 2, 4 or 8");
+      return fail(where + "offset size " + std::to_string(offsetSize_) + " is not 1 to 8");
     if (!validSize(refSize_))
-      return fail(where + "reference size " + std::to_string(refSize_) + " is not 1, 2, 4 or 8");
+      return fail(where + "reference size " + std::to_string(refSize_) + " is not 1 to 8");
     if (count_ == 0) return fail(where + "the list has no objects");
     if (top >= count_)
       return fail(where + "top object " + std::to_string(top) + " is beyond the " +
@@ -135,7 +195,16 @@ class BinaryReader {
     objectsEnd_ = static_cast<std::size_t>(tableOffset_);
     cache_.resize(static_cast<std::size_t>(count_));
     state_.assign(static_cast<std::size_t>(count_), 0);
-    return object(top, 0);
+    Value root = object(top, 0);
+    if (root.isNil() || !sharesContainers_) return root;
+    if (ExpansionCounter(budget_).count(root) > budget_) {
+      std::size_t offset = 0;
+      offsetOf(top, offset);
+      return failObject(top, offset,
+                        "shared objects expand to more than " + std::to_string(budget_) +
+                            " values (counting every reference as a copy)");
+    }
+    return root;
   }
 
   bool offsetOf(std::uint64_t index, std::size_t& offset) {
@@ -179,7 +248,10 @@ class BinaryReader {
 
   Value object(std::uint64_t index, int depth) {
     auto i = static_cast<std::size_t>(index);
-    if (state_[i] == 2) return cache_[i];
+    if (state_[i] == 2) {
+      if (cache_[i].isArray() || cache_[i].isDictionary()) sharesContainers_ = true;
+      return cache_[i];
+    }
     std::size_t offset;
     if (!offsetOf(index, offset)) return Value();
     if (state_[i] == 1)
@@ -229,11 +301,7 @@ class BinaryReader {
         std::size_t n = low + 1;
         if (n > 8) return failObject(index, offset, "UID wider than 8 bytes");
         if (offset + 1 + n > objectsEnd_) return failObject(index, offset, "truncated UID");
-        // Foundation's XML form of a keyed-archiver UID.
-        Dictionary d;
-        d.emplace("CF$UID",
-                  Value(static_cast<unsigned long long>(readBigEndian(b_ + offset + 1, n))));
-        return Value(std::move(d));
+        return Value(Uid{readBigEndian(b_ + offset + 1, n)});
       }
       case 0xA:
       case 0xC:

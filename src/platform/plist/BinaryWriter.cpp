@@ -1,5 +1,7 @@
-// Writes binary "bplist00" property lists: scalars shared by value, the
-// smallest offset and reference sizes, and the standard trailer.
+// Writes binary "bplist00" property lists as Foundation does: every equal
+// string, number, date, data and UID written once and referred to from each
+// place (containers never merged), the narrowest offset and reference
+// widths, and the standard trailer.
 #include <cstring>
 #include <unordered_map>
 #include <vector>
@@ -18,6 +20,13 @@ unsigned bytesFor(std::uint64_t v) {
   return 8;
 }
 
+// Offsets and references take any width from 1 to 8 bytes.
+unsigned widthFor(std::uint64_t v) {
+  unsigned n = 1;
+  while (n < 8 && (v >> (8 * n)) != 0) ++n;
+  return n;
+}
+
 void putBigEndian(std::string& out, std::uint64_t v, unsigned n) {
   for (unsigned i = n; i-- > 0;) out.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
 }
@@ -33,7 +42,7 @@ class BinaryWriter {
   bool write(const Value& root, std::string& out) {
     if (flatten(root, 0) == kFailed) return false;
     std::uint64_t count = objects_.size();
-    refSize_ = bytesFor(count - 1);
+    refSize_ = widthFor(count - 1);
     std::string bytes;
     bytes.reserve(64 + count * 16);
     bytes.append("bplist00");
@@ -44,7 +53,7 @@ class BinaryWriter {
       if (!encode(o, bytes)) return false;
     }
     std::uint64_t tableOffset = bytes.size();
-    unsigned offsetSize = bytesFor(offsets.empty() ? 0 : offsets.back());
+    unsigned offsetSize = widthFor(offsets.empty() ? 0 : offsets.back());
     for (std::uint64_t o : offsets) putBigEndian(bytes, o, offsetSize);
     bytes.append(6, '\0');
     bytes.push_back(static_cast<char>(offsetSize));
@@ -71,8 +80,8 @@ class BinaryWriter {
   unsigned refSize_ = 1;
   // Scalars are written once and referred to wherever they recur. The keys
   // keep types apart, so 1, 1.0 and true stay distinct objects.
-  std::unordered_map<std::string_view, std::uint64_t> strings_;
-  std::unordered_map<std::uint64_t, std::uint64_t> integers_, unsigneds_, reals_, dates_;
+  std::unordered_map<std::string_view, std::uint64_t> strings_, datas_;
+  std::unordered_map<std::uint64_t, std::uint64_t> integers_, unsigneds_, reals_, dates_, uids_;
   std::uint64_t true_ = kFailed, false_ = kFailed;
 
   std::uint64_t fail(std::string message) {
@@ -118,8 +127,15 @@ class BinaryWriter {
         if (inserted) it->second = add(&v);
         return it->second;
       }
-      case T::Data:
-        return add(&v);
+      case T::Data: {
+        const Data& d = v.asData();
+        std::string_view bytes(reinterpret_cast<const char*>(d.data()), d.size());
+        auto [it, inserted] = datas_.try_emplace(bytes, 0);
+        if (inserted) it->second = add(&v);
+        return it->second;
+      }
+      case T::Uid:
+        return shared(uids_, v.asUid().value, &v);
       case T::Array: {
         if (depth >= kMaxDepth) return fail("containers are nested deeper than 512 levels");
         std::uint64_t self = add(&v);
@@ -270,6 +286,14 @@ class BinaryWriter {
         const Data& d = v.asData();
         marker(out, 0x4, d.size());
         out.append(reinterpret_cast<const char*>(d.data()), d.size());
+        break;
+      }
+      case T::Uid: {
+        // 0x8N holds N+1 bytes; Foundation uses 1, 2, 4 or 8.
+        std::uint64_t u = v.asUid().value;
+        unsigned n = bytesFor(u);
+        out.push_back(static_cast<char>(0x80 | (n - 1)));
+        putBigEndian(out, u, n);
         break;
       }
       case T::Array: {

@@ -12,6 +12,10 @@ namespace wf::plist::detail {
 // exhaust the stack.
 constexpr int kMaxDepth = 512;
 
+// Dates further than this from 2001 (about 3 billion years) are refused in
+// XML, where beyond it no calendar arithmetic is meaningful (or exact).
+constexpr double kMaxDateSeconds = 1e17;
+
 Value parseXML(std::string_view bytes, std::string* error);
 Value parseBinary(std::string_view bytes, std::string* error);
 bool writeXML(const Value& v, std::string& out, std::string* error);

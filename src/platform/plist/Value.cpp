@@ -9,7 +9,7 @@ namespace wf {
 
 Value Value::null() {
   Value v;
-  v.v_ = NullTag{};
+  v.v_ = Nothing{true};
   return v;
 }
 
@@ -182,6 +182,8 @@ bool Value::operator==(const Value& other) const {
     case Type::Dictionary:
       return std::get<DictP>(v_) == std::get<DictP>(other.v_) ||
              asDictionary() == other.asDictionary();
+    case Type::Uid:
+      return asUid() == other.asUid();
     default:
       return false;
   }

@@ -442,7 +442,15 @@ class XmlReader {
     }
     if (failed_) return Value();
     // A repeated key keeps its last value, as Foundation does.
-    return Value(Dictionary::fromEntries(std::move(entries)));
+    Dictionary dict = Dictionary::fromEntries(std::move(entries));
+    // Foundation's XML form of a keyed archive's reference reads back as one.
+    if (dict.size() == 1 && dict.begin()->first == "CF$UID") {
+      const Value& n = dict.begin()->second;
+      if (n.type() == Value::Type::Unsigned) return Value(Uid{n.asUnsigned()});
+      if (n.type() == Value::Type::Integer && n.asInteger() >= 0)
+        return Value(Uid{static_cast<std::uint64_t>(n.asInteger())});
+    }
+    return Value(std::move(dict));
   }
 
   Value parseInteger(const Tag& tag) {
@@ -535,7 +543,7 @@ class XmlReader {
     double seconds =
         dateSecondsFromGregorian(year, parts[0], parts[1], parts[2], parts[3], parts[4]);
     // Beyond this no calendar arithmetic is meaningful (or exact).
-    if (std::fabs(seconds) > 1e17)
+    if (std::fabs(seconds) > kMaxDateSeconds)
       return fail(tag.at, "<date> \"" + show(raw) + "\" is out of range");
     return Value(Date{seconds});
   }
