@@ -30,6 +30,9 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
     params.latency = kOpenMetaStreamLatency;
     params.ignoreSelf = false;  // the import's own writes come back, harmlessly
     params.fileEvents = true;
+    // A message changed many times within one latency is imported once:
+    // the import reads the message as it is then, whatever the count.
+    params.mergeRepeatedPaths = true;
     _openMetaStreamRef = services().fileEvents->create(
         params, [](const std::vector<std::string>& paths) { fseventsOpenMeta_callback(paths); });
   }
