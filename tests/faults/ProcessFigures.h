@@ -11,6 +11,20 @@
 
 namespace wf::faults {
 
+// Under AddressSanitizer freed memory waits in its quarantine and the C
+// library's trim does not apply: resident sizes say nothing then.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kSanitizerAllocator = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool kSanitizerAllocator = true;
+#else
+inline constexpr bool kSanitizerAllocator = false;
+#endif
+#else
+inline constexpr bool kSanitizerAllocator = false;
+#endif
+
 // VmRSS of /proc/PID/status in KiB; -1 when the process is gone.
 long residentKiB(pid_t pid);
 // Entries of /proc/PID/fd; -1 when the process is gone.
