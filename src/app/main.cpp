@@ -10,6 +10,7 @@
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
 #include "platform/linux/InotifyFileEventStream.h"
+#include "platform/linux/MemoryRelease.h"
 #include "platform/linux/MimeAppsUrlHandlers.h"
 #include "platform/linux/ProcessDefaults.h"
 #include "platform/linux/ProcessEnvironment.h"
@@ -21,6 +22,7 @@
 int main(int argc, char** argv) {
   using namespace wf;
   using namespace wf::platform;
+  restartWithMallocSlices(argv);
 
   std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   ProcessEnvironment environment;

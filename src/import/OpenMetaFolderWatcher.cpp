@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 
 #include "app/WFHelperAppDelegate.h"
 #include "import/ImportRecord.h"
@@ -22,6 +23,25 @@ constexpr const char* kTimeStampKey = "kMDItemWrenfoldTimeStamp";
 constexpr std::string_view kImportedKeys[] = {"kMDItemKeywords", "kMDItemProjects",
                                               "kMDItemStarRating", "kMDItemComment",
                                               "wrenfoldItemDueDate"};
+// Imports the messages from `first` on, kOpenMetaImportSlice of them in this
+// turn of the main loop, the rest in the next turns: a burst of thousands
+// of messages never holds the loop for long. The delegate is looked up
+// again each time, so a pending import never outlives it.
+void importSlices(const std::shared_ptr<const std::vector<std::string>>& messages,
+                  std::size_t first) {
+  auto* d = WFHelperAppDelegate::shared();
+  if (!d) return;
+  if (first == 0 && messages->size() <= kOpenMetaImportSlice) {
+    d->delayedImport(*messages);
+    return;
+  }
+  std::size_t end = std::min(messages->size(), first + kOpenMetaImportSlice);
+  d->delayedImport(std::vector<std::string>(messages->begin() + static_cast<std::ptrdiff_t>(first),
+                                            messages->begin() + static_cast<std::ptrdiff_t>(end)));
+  if (end >= messages->size()) return;
+  if (auto* again = WFHelperAppDelegate::shared(); again && again->services().loop)
+    again->services().loop->performAfterDelay(0, [messages, end] { importSlices(messages, end); });
+}
 
 }  // namespace
 
@@ -68,6 +88,9 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
     params.latency = kOpenMetaStreamLatency;
     params.ignoreSelf = false;  // the import's own writes come back, harmlessly
     params.fileEvents = true;
+    // A message changed many times within one latency is imported once:
+    // the import reads the message as it is then, whatever the count.
+    params.mergeRepeatedPaths = true;
     _openMetaStreamRef = services().fileEvents->create(
         params, [](const std::vector<std::string>& paths) { fseventsOpenMeta_callback(paths); });
   }
@@ -104,13 +127,9 @@ void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths) {
 
   WFHelperAppDelegate* delegate = WFHelperAppDelegate::shared();
   if (!delegate || !delegate->services().loop) return;
-  // The delegate is looked up again when the call falls due, so a pending
-  // import never outlives it.
+  auto shared = std::make_shared<const std::vector<std::string>>(std::move(messages));
   delegate->services().loop->performAfterDelay(kOpenMetaImportDelay,
-                                               [messages = std::move(messages)] {
-                                                 if (auto* d = WFHelperAppDelegate::shared())
-                                                   d->delayedImport(messages);
-                                               });
+                                               [shared] { importSlices(shared, 0); });
 }
 
 void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {

@@ -2,6 +2,7 @@
 // to the tag import half a second after the stream reports them.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,7 +12,9 @@ namespace wf {
 // The stream's callback: keeps the event paths that end in ".emlx" (case
 // matters) and, when any remain, has the application's delegate run
 // delayedImport with them 0.5 s later. Every such callback schedules its
-// own delayed import; none is merged or cancelled.
+// own delayed import; none is merged or cancelled. (The stream itself
+// keeps a message once per latency window.) A large batch is imported in
+// slices, one per turn of the main loop.
 void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths);
 
 // A path for a log line: bytes that are not UTF-8 and control characters
@@ -21,5 +24,7 @@ std::string escapedPath(std::string_view path);
 // How long after a callback its import runs, and the stream's latency.
 inline constexpr double kOpenMetaImportDelay = 0.5;
 inline constexpr double kOpenMetaStreamLatency = 5.0;
+// How many messages one turn of the main loop imports.
+inline constexpr std::size_t kOpenMetaImportSlice = 64;
 
 }  // namespace wf

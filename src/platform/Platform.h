@@ -128,6 +128,9 @@ class FileEventStream {
   virtual ~FileEventStream() = default;  // invalidate + release
   virtual bool start() = 0;
   virtual void stop() = 0;
+  // False when a watched path has come to name another folder, or none,
+  // and the stream does not (yet) watch what it names now.
+  virtual bool watchesCurrentFolders() const { return true; }
 };
 
 struct FileEventStreamParams {
@@ -135,6 +138,8 @@ struct FileEventStreamParams {
   double latency = 1.0;            // seconds
   bool ignoreSelf = false;         // kFSEventStreamCreateFlagIgnoreSelf
   bool fileEvents = true;          // kFSEventStreamCreateFlagFileEvents
+  // A path already waiting for the callback is not queued again.
+  bool mergeRepeatedPaths = false;
 };
 using FileEventCallback = std::function<void(const std::vector<std::string>& paths)>;
 

@@ -1,6 +1,7 @@
 // The sync-folder watcher: one file-event stream over the sync folder whose
 // callback hands the changed paths to syncFilesDidChange:. The helper's own
-// pushes are left out by the stream (ignoreSelf).
+// pushes are left out by the stream (ignoreSelf). Every reported path is
+// handed on, repeats included: the stream does not merge them here.
 #include "sync/SyncFolderWatcher.h"
 
 #include "app/WFHelperAppDelegate.h"
@@ -26,7 +27,11 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
   auto path = activeSyncFolderPathCreateIfNecessary(true);
   if (!path) return false;
 
-  if (_syncFolderStreamRef && currentSyncFolderPath() == path) {
+  // Only while the stream watches the folder the path names now: the folder
+  // may have been moved, swapped or replaced by a link meanwhile, and the
+  // stream may not have caught up; then it is made anew below.
+  if (_syncFolderStreamRef && currentSyncFolderPath() == path &&
+      _syncFolderStreamRef->watchesCurrentFolders()) {
     WFLogKeyed(kLogKey, "Already watching folder  %@", *path);
     return true;
   }

@@ -14,7 +14,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "HostilePlist.h"
+#include "support/HostilePlist.h"
 #include "StoreFixture.h"
 
 namespace fs = std::filesystem;
@@ -192,7 +192,7 @@ TEST_F(HostileFiles, AStubNameThatIsALinkIsNeverWrittenThrough) {
 TEST_F(HostileFiles, AnExpandingTagListAttributeNeitherFreezesNorKillsTheHelper) {
   std::string path = message(mailbox(), "30.emlx");
   launch();
-  setRawSpotlightAttribute(path, "kMDItemOMUserTags", expandingPlist());
+  setRawSpotlightAttribute(path, "kMDItemOMUserTags", wf::test::hostileExpansionPlist());
   setSpotlightAttribute(path, "kMDItemOMUserTagTime", Value(Date{now() - 1}));
   ASSERT_TRUE(waitForFiles(
       s, [&] { return imported(path); }, 30))
@@ -206,7 +206,7 @@ TEST_F(HostileFiles, AnExpandingTrailerNeitherFreezesTheHelperNorStrandsTheMessa
   launch();
   std::string path = mailbox() + "/31.emlx";
   std::string body = "Subject: 31\n\nbody\n";
-  writeMessage(path, std::to_string(body.size()) + "\n" + body + expandingTrailerPlist());
+  writeMessage(path, std::to_string(body.size()) + "\n" + body + wf::test::hostileExpansionTrailerPlist());
   ASSERT_TRUE(s.waitForLine("emlx file changed: " + path, 30)) << s.stderrText();
   EXPECT_TRUE(s.roundTrip(10)) << s.stderrText();
   EXPECT_TRUE(s.helperRunning());

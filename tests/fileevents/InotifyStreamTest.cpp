@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 
@@ -32,11 +33,13 @@ class InotifyStreamTest : public ::testing::Test {
 
   void SetUp() override { ASSERT_EQ(mkdir(root.c_str(), 0755), 0); }
 
-  bool startStream(const std::string& path, double latency = 0.2, bool ignoreSelf = false) {
+  bool startStream(const std::string& path, double latency = 0.2, bool ignoreSelf = false,
+                   bool merge = false) {
     platform::FileEventStreamParams params;
     params.paths = {path};
     params.latency = latency;
     params.ignoreSelf = ignoreSelf;
+    params.mergeRepeatedPaths = merge;
     stream = factory.create(
         params, [this](const std::vector<std::string>& paths) { batches.calls.push_back(paths); });
     return stream && stream->start();
@@ -320,6 +323,80 @@ TEST_F(InotifyStreamTest, ARootWhoseParentGoesTooStaysQuiet) {
   runFor(0.5);
   EXPECT_TRUE(batches.calls.empty());
   EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(InotifyStreamTest, ARootReplacedByALinkIsWatchedThroughTheLink) {
+  std::string other = tmp / "other", real = tmp / "real";
+  ASSERT_EQ(mkdir(other.c_str(), 0755), 0);
+  foreignWrite(other + "/there-before");
+  ASSERT_TRUE(startStream(root));
+  ASSERT_EQ(rename(root.c_str(), real.c_str()), 0);
+  ASSERT_TRUE(runUntil([&] { return !stream->watchesCurrentFolders(); }, 5));
+  ASSERT_EQ(symlink(other.c_str(), root.c_str()), 0);
+  // What it names now is new as a whole, and watched, under the path given.
+  ASSERT_TRUE(waitFor(root + "/there-before"));
+  EXPECT_TRUE(stream->watchesCurrentFolders());
+  foreignWrite(real + "/moved-away");
+  foreignWrite(other + "/later");
+  ASSERT_TRUE(waitFor(root + "/later"));
+  EXPECT_TRUE(pathsUnder(batches.all(), "moved-away").empty());
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(InotifyStreamTest, ARootSwappedWithAnotherFolderIsWatchedInItsNewContents) {
+  std::string other = tmp / "other";
+  ASSERT_EQ(mkdir(other.c_str(), 0755), 0);
+  ASSERT_TRUE(startStream(root));
+  // One rename exchanges both: the path never names nothing.
+  ASSERT_EQ(renameat2(AT_FDCWD, other.c_str(), AT_FDCWD, root.c_str(), RENAME_EXCHANGE), 0);
+  foreignWrite(other + "/old-folder");
+  foreignWrite(root + "/new-folder");
+  ASSERT_TRUE(waitFor(root + "/new-folder"));
+  EXPECT_TRUE(stream->watchesCurrentFolders());
+  runFor(0.3);
+  EXPECT_TRUE(pathsUnder(batches.all(), "old-folder").empty());
+}
+
+TEST_F(InotifyStreamTest, ALinkPointedElsewhereIsFollowedToItsNewTarget) {
+  std::string a = tmp / "a", b = tmp / "b", link = tmp / "link", fresh = tmp / "link.new";
+  ASSERT_EQ(mkdir(a.c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(b.c_str(), 0755), 0);
+  ASSERT_EQ(symlink(a.c_str(), link.c_str()), 0);
+  ASSERT_TRUE(startStream(link));
+  // As `ln -sfn` does it: a new link renamed over the old one.
+  ASSERT_EQ(symlink(b.c_str(), fresh.c_str()), 0);
+  ASSERT_EQ(rename(fresh.c_str(), link.c_str()), 0);
+  ASSERT_TRUE(runUntil([&] { return stream->watchesCurrentFolders(); }, 5));
+  foreignWrite(a + "/old-target");
+  foreignWrite(b + "/new-target");
+  ASSERT_TRUE(waitFor(link + "/new-target"));
+  runFor(0.3);
+  EXPECT_TRUE(pathsUnder(batches.all(), "old-target").empty());
+}
+
+TEST_F(InotifyStreamTest, TheFolderHoldingTheRootIsWatchedForItOnly) {
+  ASSERT_TRUE(startStream(root));
+  foreignWrite(tmp / "beside-the-root");
+  ASSERT_EQ(mkdir((tmp / "another-folder").c_str(), 0755), 0);
+  foreignWrite(root + "/inside");
+  ASSERT_TRUE(waitFor(root + "/inside"));
+  EXPECT_EQ(batches.all(), (std::vector<std::string>{root + "/inside", root + "/inside"}));
+  EXPECT_TRUE(stream->watchesCurrentFolders());
+}
+
+TEST_F(InotifyStreamTest, MergingKeepsOnePathPerLatencyWindowInFirstArrivalOrder) {
+  ASSERT_TRUE(startStream(root, 0.3, false, true));
+  std::string a = root + "/a", b = root + "/b";
+  for (int i = 0; i < 50; ++i) {
+    foreignWrite(a);
+    foreignWrite(b);
+  }
+  ASSERT_TRUE(runUntil([&] { return !batches.calls.empty(); }, 5));
+  EXPECT_EQ(batches.calls[0], (std::vector<std::string>{a, b}));
+  // A later window reports the path again.
+  foreignWrite(a);
+  ASSERT_TRUE(runUntil([&] { return batches.calls.size() == 2; }, 5));
+  EXPECT_EQ(batches.calls[1], (std::vector<std::string>{a}));
 }
 
 TEST_F(InotifyStreamTest, NothingIsDeliveredAfterStop) {

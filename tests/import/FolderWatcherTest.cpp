@@ -208,6 +208,23 @@ TEST_F(OpenMetaFolderWatcher, TwoCallbacksWithinHalfASecondImportTwice) {
   EXPECT_EQ(importsStarted(), 2u);
 }
 
+TEST_F(OpenMetaFolderWatcher, ABatchLargerThanASliceIsImportedWholeAndInOrder) {
+  setLogOpenMeta(true);
+  std::vector<std::string> paths;
+  for (std::size_t i = 0; i < 2 * kOpenMetaImportSlice + 5; ++i)
+    paths.push_back(message(std::to_string(100 + i) + ".emlx"));
+  delegate->startOpenMetaFolderWatcher();
+  fake.fileEvents.streams.at(0)->fire(paths);
+  fake.loop.advance(0.49);
+  EXPECT_EQ(importsStarted(), 0u);
+  fake.loop.advance(0.02);  // the slices follow one another at once
+  EXPECT_EQ(importsStarted(), paths.size());
+  std::vector<std::string> changed;
+  for (const auto& line : fake.log.lines)
+    if (line.rfind("emlx file changed: ", 0) == 0) changed.push_back(line.substr(19));
+  EXPECT_EQ(changed, paths);
+}
+
 TEST_F(OpenMetaFolderWatcher, PendingImportOutlivingTheDelegateDoesNothing) {
   std::string path = message("9.emlx");
   delegate->startOpenMetaFolderWatcher();

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +27,7 @@ TEST_F(SyncFolderWatcherTest, StartWatchesTheSyncFolderWithOneSecondLatencyLeavi
   EXPECT_EQ(s.params.latency, 1.0);
   EXPECT_TRUE(s.params.ignoreSelf);
   EXPECT_TRUE(s.params.fileEvents);
+  EXPECT_FALSE(s.params.mergeRepeatedPaths);  // every reported path is handled
   EXPECT_EQ(delegate->currentSyncFolderPath(), sync);
   EXPECT_TRUE(exists(sync));  // a missing folder is made
   EXPECT_EQ(keyed("startSyncFolderWatcher", "starting up Sync Folder Watcher for Path: " + sync),
@@ -194,6 +196,32 @@ TEST_F(RealSyncFolderWatcherTest, ABurstOfSavesArrivesAsOneCallback) {
                 "WrenfoldHelperDidUpdateKeywordsFile", "WrenfoldHelperDidUpdateKeywordsFile",
                 "WrenfoldHelperDidUpdateProjectFile", "WrenfoldHelperDidUpdateProjectFile"}));
   EXPECT_EQ(readFile(localFile("WrenfoldKeywords.plist")), "local");
+}
+
+TEST_F(RealSyncFolderWatcherTest,
+       AFolderReplacedBeforeTheStreamCaughtUpIsWatchedAnewOnTheNextStart) {
+  ASSERT_TRUE(delegate->startSyncFolderWatcher());
+  std::string other = platform.dir / "Other";
+  ASSERT_EQ(mkdir(other.c_str(), 0755), 0);
+  ASSERT_EQ(rename(sync.c_str(), (platform.dir / "SyncReal").c_str()), 0);
+  ASSERT_EQ(symlink(other.c_str(), sync.c_str()), 0);
+  platform.log.lines.clear();
+  // The main loop has not run: the stream still watches the old folder,
+  // so this is no case of "Already watching".
+  EXPECT_TRUE(delegate->startSyncFolderWatcher());
+  EXPECT_EQ(keyed("startSyncFolderWatcher", "Already watching folder  " + sync), 0u);
+  EXPECT_EQ(keyed("stopSyncFolderWatcher", "stopSyncFolderWatcher "), 1u);
+  EXPECT_EQ(keyed("startSyncFolderWatcher", "Successfully set up SyncFolder Listener"), 1u);
+  foreignWrite(other + "/WrenfoldKeywords.plist", "from the other computer");
+  ASSERT_TRUE(runUntil([&] { return callbacks() == 1; }, 5));
+  std::string reported = sync + "/WrenfoldKeywords.plist";
+  EXPECT_EQ(keyed("syncFilesDidChange",
+                  "syncFilesDidChange:(\n    " + reported + ",\n    " + reported + "\n) returning"),
+            1u);
+  // Now it is the true case.
+  platform.log.lines.clear();
+  EXPECT_TRUE(delegate->startSyncFolderWatcher());
+  EXPECT_EQ(keyed("startSyncFolderWatcher", "Already watching folder  " + sync), 1u);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <unordered_set>
 
 #include "platform/linux/Dispatch.h"
+#include "platform/linux/MemoryRelease.h"
 
 namespace wf::platform {
 
@@ -26,6 +27,18 @@ constexpr std::uint32_t kReported =
 // files still open elsewhere say nothing more.
 constexpr std::uint32_t kWatchMask =
     kReported | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK;
+// What the folder holding a watched path is watched for: its entries
+// coming and going (the path naming something else) and its own end. A
+// subset of kWatchMask, so a folder that is both keeps every event.
+constexpr std::uint32_t kParentMask = IN_CREATE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE |
+                                      IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+
+// How much of the event queue one turn of the main loop reads: a flood is
+// worked off in slices, with everything else of the helper in between.
+constexpr std::size_t kReadBudget = 256 * 1024;
+// How much a drain around the process's own change reads at most. It
+// normally finds a few events; under a flood it must not hold the loop.
+constexpr std::size_t kDrainBudget = 1024 * 1024;
 
 // The kernel stamps change times from a coarse clock that may lag the
 // real-time clock by a tick; look back a little further than that.
@@ -54,6 +67,17 @@ bool isDotOrDotDot(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
+// The folder that holds `path` and the path's last component ("" when
+// there is none, as for "/").
+std::pair<std::string, std::string> splitLast(const std::string& path) {
+  std::string trimmed = path;
+  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
+  auto slash = trimmed.rfind('/');
+  if (slash == std::string::npos) return {".", trimmed};
+  std::string name = trimmed.substr(slash + 1);
+  return {slash == 0 ? "/" : trimmed.substr(0, slash), name == "/" ? "" : name};
+}
+
 }  // namespace
 
 InotifyFileEventStream::InotifyFileEventStream(int fd, FileEventStreamParams params,
@@ -74,18 +98,27 @@ bool InotifyFileEventStream::start() {
   if (stopped_ || fd_ < 0) return false;
   if (started_) return true;
 
-  for (const std::string& root : params_.paths) {
+  for (const std::string& path : params_.paths) {
+    Root root;
+    root.path = path;
+    root.name = splitLast(path).second;
     bool known = false;
-    if (addWatch(root, -1, root, &known) < 0) {
-      if (errno == ENOSPC) logWatchLimitOnce(root);
+    struct stat st;
+    root.wd = addWatch(path, -1, path, &known);
+    if (root.wd < 0 || stat(path.c_str(), &st) != 0) {
+      if (errno == ENOSPC) logWatchLimitOnce(path);
       folders_.clear();
+      roots_.clear();
       close(fd_);  // drops every watch made so far
       fd_ = -1;
       return false;
     }
+    root.device = st.st_dev;
+    root.inode = st.st_ino;
+    roots_.push_back(std::move(root));
   }
-  for (const auto& [wd, folder] : std::unordered_map<int, Folder>(folders_))
-    watchTree(folder.name, -1, folder.name, Scan::Quiet);
+  for (Root& root : roots_) watchParentOf(root);
+  for (const Root& root : roots_) watchTree(root.path, -1, root.path, Scan::Quiet);
 
   caughtUpAt_ = realtimeNow();
   readSource_ = g_unix_fd_add(fd_, G_IO_IN, &InotifyFileEventStream::onReadable, this);
@@ -106,8 +139,9 @@ void InotifyFileEventStream::stop() {
   if (latencyTimer_) g_source_remove(latencyTimer_);
   readSource_ = latencyTimer_ = 0;
   pending_.clear();
+  pendingSet_.clear();
   folders_.clear();
-  awaitedRoots_.clear();
+  roots_.clear();
   if (started_) {
     // A stopped stream stays stopped, as an invalidated one would.
     started_ = false;
@@ -255,7 +289,7 @@ void InotifyFileEventStream::forgetTree(int top) {
     if (inside) doomed.push_back(wd);
   }
   for (int wd : doomed) {
-    inotify_rm_watch(fd_, wd);
+    if (!isParentWatch(wd)) inotify_rm_watch(fd_, wd);
     folders_.erase(wd);
   }
 }
@@ -288,28 +322,35 @@ void InotifyFileEventStream::logWatchLimitOnce(const std::string& where) {
 // ---- events ----------------------------------------------------------------
 
 gboolean InotifyFileEventStream::onReadable(gint, GIOCondition, gpointer self) {
-  static_cast<InotifyFileEventStream*>(self)->readQueue();
+  static_cast<InotifyFileEventStream*>(self)->readQueue(kReadBudget);
   return G_SOURCE_CONTINUE;
 }
 
 void InotifyFileEventStream::drainForeignEvents() {
-  if (started_ && !stopped_) readQueue();
+  if (started_ && !stopped_) readQueue(kDrainBudget);
 }
 
 void InotifyFileEventStream::drainOwnEvents(const std::string& path) {
   if (!started_ || stopped_) return;
   ownPath_ = &path;
-  readQueue();
+  readQueue(kDrainBudget);
   ownPath_ = nullptr;
 }
 
-void InotifyFileEventStream::readQueue() {
+bool InotifyFileEventStream::readQueue(std::size_t budget) {
   alignas(inotify_event) char buffer[64 * 1024];
   bool overflowed = false;
+  bool empty = false;
+  std::size_t taken = 0;
   while (fd_ >= 0) {
+    if (taken >= budget) break;  // the rest at the next turn of the loop
     ssize_t n = read(fd_, buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
+    if (n <= 0) {
+      empty = true;
+      break;
+    }
+    taken += static_cast<std::size_t>(n);
     for (char* p = buffer; p < buffer + n;) {
       auto* event = reinterpret_cast<inotify_event*>(p);
       p += sizeof(inotify_event) + event->len;
@@ -321,29 +362,39 @@ void InotifyFileEventStream::readQueue() {
     }
   }
   if (overflowed) recoverFromOverflow();
-  caughtUpAt_ = realtimeNow();
+  // A flood of events: what it took to read them goes back afterwards.
+  if (taken >= budget || overflowed) noteBurst();
+  // Only a queue read empty vouches for everything before this moment.
+  if (empty) caughtUpAt_ = realtimeNow();
+  return empty;
 }
 
 void InotifyFileEventStream::handleEvent(int wd, std::uint32_t mask, const char* name) {
-  if (auto waiting = awaitedRoots_.find(wd); waiting != awaitedRoots_.end()) {
-    handleAwaitedRootEvent(waiting, mask, name);
-    return;
+  // The folder holding a watched path: did the path come to name something
+  // else? (It may also be a folder of a tree; then it goes on below.)
+  for (Root& root : roots_) {
+    if (root.parentWd != wd) continue;
+    if (mask & IN_IGNORED) {
+      root.parentWd = -1;
+      watchParentOf(root);  // the path's folder may be another one now
+    } else if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF)) || root.name == name) {
+      followRoot(root, Scan::ReportAll);
+    }
   }
   auto it = folders_.find(wd);
-  if (it == folders_.end()) return;  // a folder already forgotten
+  if (it == folders_.end()) return;  // a folder already forgotten, or only a parent
   if (mask & IN_IGNORED) {
     folders_.erase(it);
     return;
   }
   if (name[0] == '\0') {
-    // The folder itself. A root that is deleted or moved away ends the
-    // watching of its tree, quietly, until a folder of that name is back;
-    // sub-folders are handled through their parent's events.
-    if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF)) && it->second.parent < 0) {
-      std::string root = it->second.name;
-      forgetTree(wd);
-      awaitReturnOf(root);
-    }
+    // The folder itself. A top folder that is deleted or moved away ends
+    // the watching of its tree; whatever the path names now is watched in
+    // its place (or, when nothing, once something is there again).
+    // Sub-folders are handled through their parent's events.
+    if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF)) && it->second.parent < 0)
+      for (Root& root : roots_)
+        if (root.wd == wd) followRoot(root, Scan::ReportAll);
     return;
   }
 
@@ -361,49 +412,69 @@ void InotifyFileEventStream::handleEvent(int wd, std::uint32_t mask, const char*
   if (mask & kReported) report(std::move(path));
 }
 
-// The watched folder went away: watch its parent for a folder of the same
-// name, made again or moved back. Only the one level above is watched; if
-// the parent goes too, the stream stays quiet for good.
-void InotifyFileEventStream::awaitReturnOf(const std::string& root) {
-  std::string trimmed = root;
-  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
-  auto slash = trimmed.rfind('/');
-  std::string parent = slash == std::string::npos ? "."
-                       : slash == 0               ? "/"
-                                                  : trimmed.substr(0, slash);
-  std::string name = slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
-  if (name.empty() || name == "/") return;
-  // IN_MASK_CREATE: never change a watch this stream already has on the parent.
-  int wd = inotify_add_watch(
-      fd_, parent.c_str(),
-      IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_CREATE);
-  if (wd < 0) return;
-  awaitedRoots_[wd] = AwaitedRoot{root, name};
+// True when the path still names the folder watched as its tree's top.
+bool InotifyFileEventStream::namesWatchedFolder(const Root& root) const {
+  struct stat st;
+  return root.wd >= 0 && folders_.count(root.wd) && stat(root.path.c_str(), &st) == 0 &&
+         S_ISDIR(st.st_mode) && st.st_dev == root.device && st.st_ino == root.inode;
 }
 
-void InotifyFileEventStream::handleAwaitedRootEvent(
-    std::unordered_map<int, AwaitedRoot>::iterator waiting, std::uint32_t mask, const char* name) {
-  int wd = waiting->first;
-  if (mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) {
-    awaitedRoots_.erase(waiting);
-    return;
-  }
-  if (!(mask & IN_ISDIR) || !(mask & (IN_CREATE | IN_MOVED_TO)) || waiting->second.name != name)
-    return;
-  AwaitedRoot back = waiting->second;
-  awaitedRoots_.erase(waiting);
-  inotify_rm_watch(fd_, wd);
+bool InotifyFileEventStream::watchesCurrentFolders() const {
+  if (!started_ || stopped_) return false;
+  for (const Root& root : roots_)
+    if (!namesWatchedFolder(root)) return false;
+  return true;
+}
+
+// Makes the tree of `root` the one its path names now (following a link):
+// nothing changes while it names the folder already watched; otherwise the
+// old tree is forgotten and the folder now named, if any, is watched and
+// its entries reported as `scan` says.
+void InotifyFileEventStream::followRoot(Root& root, Scan scan) {
+  watchParentOf(root);
+  if (namesWatchedFolder(root)) return;
+  if (root.wd >= 0 && folders_.count(root.wd)) forgetTree(root.wd);
+  root.wd = -1;
+  struct stat st;
+  if (stat(root.path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return;  // wait for it
   bool known = false;
-  if (addWatch(back.root, -1, back.root, &known) < 0) {
-    if (errno == ENOSPC) logWatchLimitOnce(back.root);
+  int wd = addWatch(root.path, -1, root.path, &known);
+  if (wd < 0) {
+    if (errno == ENOSPC) logWatchLimitOnce(root.path);
     return;
   }
-  // Back again: everything in it is new to whoever listens.
-  watchTree(back.root, -1, back.root, Scan::ReportAll);
+  // What the watch is on, should the path have changed once more.
+  struct stat watched;
+  if (stat(root.path.c_str(), &watched) == 0) st = watched;
+  root.wd = wd;
+  root.device = st.st_dev;
+  root.inode = st.st_ino;
+  // Everything in it is new to whoever listens.
+  watchTree(root.path, -1, root.path, scan);
+}
+
+// Watches the folder that holds the path now, and only that one: a path
+// whose folder is itself moved or replaced is followed one level up.
+void InotifyFileEventStream::watchParentOf(Root& root) {
+  if (root.name.empty()) return;  // "/": nothing holds it
+  // IN_MASK_ADD: a folder of a tree keeps its events; adding ours to a
+  // watch already there gives its number.
+  int wd = inotify_add_watch(fd_, splitLast(root.path).first.c_str(), kParentMask | IN_MASK_ADD);
+  if (wd == root.parentWd) return;
+  int old = root.parentWd;
+  root.parentWd = wd < 0 ? -1 : wd;
+  if (old >= 0 && !folders_.count(old) && !isParentWatch(old)) inotify_rm_watch(fd_, old);
+}
+
+bool InotifyFileEventStream::isParentWatch(int wd) const {
+  for (const Root& root : roots_)
+    if (root.parentWd == wd) return true;
+  return false;
 }
 
 void InotifyFileEventStream::report(std::string path) {
   if (ownPath_ && OwnChanges::isOwnEventPath(path, *ownPath_)) return;
+  if (params_.mergeRepeatedPaths && !pendingSet_.insert(path).second) return;
   pending_.push_back(std::move(path));
   if (!latencyTimer_) {
     auto ms = static_cast<guint>(params_.latency > 0 ? params_.latency * 1000.0 + 0.5 : 0);
@@ -421,7 +492,9 @@ gboolean InotifyFileEventStream::onLatencyElapsed(gpointer self) {
 void InotifyFileEventStream::deliver() {
   std::vector<std::string> batch;
   batch.swap(pending_);
+  pendingSet_.clear();
   if (batch.empty()) return;
+  noteBurstWork(batch.size());
   FileEventCallback callback = callback_;  // the callback may destroy the stream
   dispatchGuarded([&] { callback(batch); });
 }
@@ -434,25 +507,23 @@ void InotifyFileEventStream::recoverFromOverflow() {
   changedSince_ = minus(caughtUpAt_, kCoarseClockSlackNs);
   std::size_t before = pending_.size();
 
-  std::vector<std::string> roots;
-  for (const auto& [wd, folder] : folders_)
-    if (folder.parent < 0) roots.push_back(folder.name);
-  // A watched folder that came back while events were lost.
-  for (auto it = awaitedRoots_.begin(); it != awaitedRoots_.end();) {
-    struct stat st;
-    bool known = false;
-    if (stat(it->second.root.c_str(), &st) == 0 && S_ISDIR(st.st_mode) &&
-        addWatch(it->second.root, -1, it->second.root, &known) >= 0) {
-      roots.push_back(it->second.root);
-      inotify_rm_watch(fd_, it->first);
-      it = awaitedRoots_.erase(it);
-    } else {
-      ++it;
-    }
-  }
   std::unordered_set<int> met;
   rescanned_ = &met;
-  for (const std::string& root : roots) watchTree(root, -1, root, Scan::ReportChangedSince);
+  std::vector<std::string> roots;
+  for (Root& root : roots_) {
+    // A path that came to name another folder while events were lost: that
+    // folder is new as a whole. The same folder: look for what changed.
+    if (namesWatchedFolder(root)) {
+      watchParentOf(root);
+      watchTree(root.path, -1, root.path, Scan::ReportChangedSince);
+    } else {
+      followRoot(root, Scan::ReportAll);
+    }
+    if (root.wd >= 0) {
+      met.insert(root.wd);
+      roots.push_back(root.path);
+    }
+  }
   rescanned_ = nullptr;
 
   // Forget folders the walk did not meet again: their IN_IGNORED may have
@@ -461,7 +532,7 @@ void InotifyFileEventStream::recoverFromOverflow() {
     if (met.count(it->first)) {
       ++it;
     } else {
-      inotify_rm_watch(fd_, it->first);
+      if (!isParentWatch(it->first)) inotify_rm_watch(fd_, it->first);
       it = folders_.erase(it);
     }
   }

@@ -38,6 +38,8 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   // No callback after this; the watches are gone.
   void stop() override;
 
+  bool watchesCurrentFolders() const override;
+
   // Folders watched at present.
   std::size_t watchCount() const { return folders_.size(); }
 
@@ -50,10 +52,18 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
     std::string name;
   };
   enum class Scan { Quiet, ReportAll, ReportChangedSince };
-  // A watched folder that went away, awaited in its parent.
-  struct AwaitedRoot {
-    std::string root;  // the path as given
+  // A watched path and what it names: the folder watched as its tree's top
+  // (-1 while the path names no folder), that folder's identity, and the
+  // watch on the folder that holds the path's last component, which tells
+  // when the path comes to name something else (moved away, swapped,
+  // deleted, made again, a link put in its place or pointed elsewhere).
+  struct Root {
+    std::string path;  // as given
     std::string name;  // its last component
+    int wd = -1;
+    dev_t device = 0;
+    ino_t inode = 0;
+    int parentWd = -1;
   };
 
   void drainForeignEvents() override;
@@ -62,7 +72,9 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   static gboolean onReadable(gint fd, GIOCondition condition, gpointer self);
   static gboolean onLatencyElapsed(gpointer self);
 
-  void readQueue();
+  // Reads and handles at most `budget` bytes of events; true when the
+  // queue was read empty.
+  bool readQueue(std::size_t budget);
   void handleEvent(int wd, std::uint32_t mask, const char* name);
   void report(std::string path);
   void deliver();
@@ -71,9 +83,10 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   void watchTree(const std::string& path, int parent, const std::string& name, Scan scan);
   bool hasNoSubfolders(const std::string& path);
   void forgetChild(int parent, const std::string& name);
-  void awaitReturnOf(const std::string& root);
-  void handleAwaitedRootEvent(std::unordered_map<int, AwaitedRoot>::iterator waiting,
-                              std::uint32_t mask, const char* name);
+  bool namesWatchedFolder(const Root& root) const;
+  void followRoot(Root& root, Scan scan);
+  void watchParentOf(Root& root);
+  bool isParentWatch(int wd) const;
   void forgetTree(int wd);
   std::string pathOf(int wd) const;
   void recoverFromOverflow();
@@ -86,9 +99,10 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   std::size_t watchLimit_;
 
   std::unordered_map<int, Folder> folders_;
-  std::unordered_map<int, AwaitedRoot> awaitedRoots_;  // by the parent's watch
+  std::vector<Root> roots_;
   std::vector<std::string> pending_;
-  std::vector<char> directoryBuffer_;  // for reading folders, kept between reads
+  std::unordered_set<std::string> pendingSet_;  // with mergeRepeatedPaths
+  std::vector<char> directoryBuffer_;           // for reading folders, kept between reads
   // Devices whose folders' link counts tell their sub-folders.
   std::vector<std::pair<dev_t, bool>> linkCountingDevices_;
   guint readSource_ = 0;

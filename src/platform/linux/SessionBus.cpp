@@ -6,6 +6,7 @@
 
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
+#include "platform/linux/MemoryRelease.h"
 
 namespace wf::platform {
 namespace {
@@ -22,6 +23,8 @@ void onNotificationSignal(GDBusConnection*, const gchar*, const gchar*, const gc
   auto* subscriber = static_cast<Subscriber*>(data);
   Notification notification{subscriber->name, {}};
   dispatchGuarded([&] { subscriber->handler(notification); });
+  // A flood of notices leaves the memory of its queued messages behind.
+  noteBurstWork();
 }
 
 void freeSubscriber(gpointer data) { delete static_cast<Subscriber*>(data); }
