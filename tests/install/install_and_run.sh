@@ -16,9 +16,20 @@ cmake --install "$build_dir" --prefix "$prefix" >/dev/null
 for f in bin/wrenfold-helper bin/openmeta bin/wf-plutil bin/wf-defaults \
          share/wrenfold-helper/Info.plist share/wrenfold-helper/OFProjectsScript.txt \
          share/dbus-1/interfaces/org.ardel.Wrenfold.xml lib/systemd/user/wrenfold-helper.service \
+         share/dbus-1/services/org.ardel.WrenfoldHelper.service \
          share/man/man1/wrenfold-helper.1.gz; do
   [ -e "$prefix/$f" ] || { echo "not installed: $f"; echo "0 passed, 1 failed"; exit 1; }
 done
+
+# The unit and the D-Bus activation file start the binary where it was
+# installed, whatever prefix the build tree was configured with.
+unit="$prefix/lib/systemd/user/wrenfold-helper.service"
+activation="$prefix/share/dbus-1/services/org.ardel.WrenfoldHelper.service"
+if ! grep -qx "ExecStart=$prefix/bin/wrenfold-helper" "$unit" ||
+   ! grep -qx "Exec=$prefix/bin/wrenfold-helper" "$activation"; then
+  echo "the starters do not name the installed binary:"; grep -h '^Exec' "$unit" "$activation"
+  echo "0 passed, 1 failed"; exit 1
+fi
 
 version=$("$prefix/bin/wrenfold-helper" --version)
 case "$version" in
