@@ -56,11 +56,11 @@ Entry parseEntry(const std::string& d) {
 
 class Journal {
  public:
-  explicit Journal(const std::string& folder) {
+  explicit Journal(const std::string& folder, const std::string& name = "socket") {
     fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::string path = folder + "/socket";
+    std::string path = folder + "/" + name;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
     bound_ = fd_ >= 0 && bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     int size = 4 << 20;
@@ -76,9 +76,11 @@ class Journal {
     while (true) {
       ssize_t n = recv(fd_, buf, sizeof buf, 0);
       if (n <= 0) break;
-      entries.push_back(parseEntry(std::string(buf, static_cast<std::size_t>(n))));
+      datagrams.emplace_back(buf, static_cast<std::size_t>(n));
+      entries.push_back(parseEntry(datagrams.back()));
     }
   }
+  std::vector<std::string> datagrams;
   int countWithMessage(const std::string& prefix) const {
     int n = 0;
     for (const Entry& e : entries)
@@ -198,6 +200,56 @@ TEST(Journal, AStreamThatIsNotStderrIsNoJournal) {
   s.startHelper(HelperOptions{{}, {{"JOURNAL_STREAM", deviceAndInode(other)}}, {}});
   ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
   EXPECT_EQ(s.countInStderr(" Launched \nWrenfoldHelper supports"), 1);
+}
+
+// The helper where /dev/log is the test's socket `folder`/dev-log and
+// standard error a pipe as usual (no journal).
+std::vector<std::string> inSyslogNamespace(const std::string& folder) {
+  std::string script =
+      "set -e; mount -t tmpfs none /dev; ln -s \"$1/dev-log\" /dev/log; shift; "
+      "exec unshare -U --map-user=" +
+      std::to_string(getuid()) + " --map-group=" + std::to_string(getgid()) + " \"$@\"";
+  return {unsharePath(), "-Urm", "sh", "-c", script, "sh", folder, helperBinary()};
+}
+
+int countIn(const std::vector<std::string>& datagrams, const std::string& text) {
+  int n = 0;
+  for (const std::string& d : datagrams)
+    if (d.find(text) != std::string::npos) ++n;
+  return n;
+}
+
+TEST(Syslog, OneDatagramPerRecordWithItsPriority) {
+  if (!namespacesWork())
+    GTEST_SKIP() << "unprivileged user and mount namespaces (unshare -Urm) are not available "
+                    "here, so /dev/log cannot be the test's own socket";
+  Session s;
+  std::string folder = s.home() + "/syslog";
+  ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+  Journal syslog(folder, "dev-log");
+  ASSERT_TRUE(syslog.bound());
+  Copy helper = startCopy(s, inSyslogNamespace(folder));
+  ASSERT_TRUE(waitForLaunchOf(s, helper, kWait)) << helper.output();
+  s.emit("WrenfoldWillUninstall");
+  ASSERT_EQ(waitForCopy(s, helper, kWait), 0) << helper.output();
+  syslog.drain();
+
+  // Standard error keeps its records; syslog gets each once.
+  std::string banner = "WrenfoldHelper 1.0.0 Launched \nWrenfoldHelper supports Wrenfold";
+  EXPECT_EQ(countOf(helper.output(), banner), 1) << helper.output();
+  EXPECT_EQ(countIn(syslog.datagrams, banner), 1);
+  EXPECT_EQ(static_cast<int>(syslog.datagrams.size()),
+            countOf(helper.output(), " wrenfold-helper["))
+      << helper.output();
+  // Facility user (8) plus the priority.
+  std::string pid = std::to_string(helper.pid);
+  EXPECT_EQ(countIn(syslog.datagrams, "<13>"),
+            countIn(syslog.datagrams, "]: WrenfoldHelper 1.0.0") +
+                countIn(syslog.datagrams, "]: External OpenMeta") +
+                countIn(syslog.datagrams, "]: Wrenfold is uninstalling"));
+  EXPECT_EQ(countIn(syslog.datagrams, "<12>"), 5);  // the four handler failures and their line
+  for (const std::string& d : syslog.datagrams)
+    EXPECT_NE(d.find(" wrenfold-helper[" + pid + "]: "), std::string::npos) << d;
 }
 
 }  // namespace

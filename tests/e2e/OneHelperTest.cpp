@@ -136,5 +136,92 @@ TEST(OneHelper, TwoCopiesStartedAtOnceLeaveExactlyOneActing) {
   }
 }
 
+// A bus whose activation folder holds the installed D-Bus activation file,
+// made from its template for the helper under test. The session bus reads
+// its service folders from XDG_DATA_HOME when it starts.
+class ActivatableHelper {
+ public:
+  ActivatableHelper() {
+    char tmpl[] = "/tmp/wf-activation-XXXXXX";
+    if (!mkdtemp(tmpl)) return;
+    folder_ = tmpl;
+    std::string services = folder_ + "/dbus-1/services";
+    if (system(("mkdir -p '" + services + "'").c_str()) != 0) return;
+    std::ifstream in(std::string(WF_TEST_RESOURCES) +
+                     "/dbus-service/org.ardel.WrenfoldHelper.service.in");
+    std::stringstream text;
+    text << in.rdbuf();
+    std::string file = text.str();
+    std::string bindir = helperBinary().substr(0, helperBinary().rfind('/'));
+    for (std::size_t at; (at = file.find("@WF_UNIT_BINDIR@")) != std::string::npos;)
+      file.replace(at, 16, bindir);
+    std::ofstream(services + "/org.ardel.WrenfoldHelper.service") << file;
+    const char* old = getenv("XDG_DATA_HOME");
+    if (old) saved_ = old;
+    hadOld_ = old != nullptr;
+    setenv("XDG_DATA_HOME", folder_.c_str(), 1);
+  }
+  ~ActivatableHelper() {
+    if (hadOld_)
+      setenv("XDG_DATA_HOME", saved_.c_str(), 1);
+    else
+      unsetenv("XDG_DATA_HOME");
+    if (!folder_.empty() && system(("rm -rf '" + folder_ + "'").c_str()) != 0) {
+    }
+  }
+
+ private:
+  std::string folder_, saved_;
+  bool hadOld_ = false;
+};
+
+// Asks the bus to start the helper, as the plug-in does, with the session's
+// home in the environment of what the bus starts.
+bool activate(Session& s) {
+  GVariantBuilder env;
+  g_variant_builder_init(&env, G_VARIANT_TYPE("a{ss}"));
+  g_variant_builder_add(&env, "{ss}", "HOME", s.home().c_str());
+  g_variant_builder_add(&env, "{ss}", "XDG_CONFIG_HOME", (s.home() + "/.config").c_str());
+  g_variant_builder_add(&env, "{ss}", "XDG_DATA_HOME", (s.home() + "/.local/share").c_str());
+  g_variant_builder_add(&env, "{ss}", "XDG_DATA_DIRS", (s.home() + "/share").c_str());
+  g_variant_builder_add(&env, "{ss}", "DBUS_SESSION_BUS_ADDRESS", s.busAddress().c_str());
+  GVariant* done = g_dbus_connection_call_sync(
+      s.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "UpdateActivationEnvironment", g_variant_new("(a{ss})", &env), nullptr,
+      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+  if (!done) return false;
+  g_variant_unref(done);
+  GVariant* reply = g_dbus_connection_call_sync(
+      s.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "StartServiceByName", g_variant_new("(su)", "org.ardel.WrenfoldHelper", 0u),
+      G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 20000, nullptr, nullptr);
+  if (!reply) return false;
+  g_variant_unref(reply);
+  return true;
+}
+
+TEST(OneHelper, HelperStartedByHandAfterDBusActivation) {
+  ActivatableHelper activation;
+  Session s;
+  prepareHome(s);
+  ASSERT_TRUE(activate(s));
+  pid_t activated = nameOwnerPid(s);
+  ASSERT_GT(activated, 0);
+  ASSERT_TRUE(waitForLaunchedOwner(
+      s, [&] { return nameOwnerPid(s) != activated; }, activated, kWait));
+  ASSERT_TRUE(exists(autostartEntry(s)));
+  ASSERT_TRUE(exists(mimeAppsList(s)));
+  ASSERT_EQ(unlink(mimeAppsList(s).c_str()), 0);
+
+  s.startHelper();
+  ASSERT_EQ(s.waitForExit(kWait), 0) << s.stderrText();
+  EXPECT_EQ(s.countInStderr(alreadyRunning(activated)), 1) << s.stderrText();
+  EXPECT_FALSE(exists(mimeAppsList(s)));
+  EXPECT_EQ(nameOwnerPid(s), activated);
+  // The activated helper is the bus's child; the uninstall notice ends it.
+  s.emit("WrenfoldWillUninstall");
+  EXPECT_TRUE(waitForNoOwner(s, kWait));
+}
+
 }  // namespace
 }  // namespace wf::e2e

@@ -145,6 +145,13 @@ std::optional<int> waitForCopy(Session& s, Copy& copy, double seconds) {
 }
 
 bool waitForLaunchOf(Session& s, Copy& copy, double seconds) {
+  return waitForLaunchedOwner(
+             s, [&] { return copy.status.has_value(); }, copy.pid, seconds) &&
+         !copy.status;
+}
+
+bool waitForLaunchedOwner(Session& s, const std::function<bool()>& ended, pid_t pid,
+                          double seconds) {
   // Signals that wake the wait; every look is a call made after the matches.
   auto wake = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
                  GVariant*, gpointer) {};
@@ -155,11 +162,23 @@ bool waitForLaunchOf(Session& s, Copy& copy, double seconds) {
   guint launched = g_dbus_connection_signal_subscribe(
       s.bus(), nullptr, "org.freedesktop.DBus.Properties", "PropertiesChanged",
       "/org/ardel/WrenfoldHelper", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
-  bool done = s.waitUntil(
-      [&] { return copy.status || (nameOwnerPid(s) == copy.pid && launchedSaysSo(s)); }, seconds);
+  bool done = s.waitUntil([&] { return ended() || (nameOwnerPid(s) == pid && launchedSaysSo(s)); },
+                          seconds);
   g_dbus_connection_signal_unsubscribe(s.bus(), owners);
   g_dbus_connection_signal_unsubscribe(s.bus(), launched);
-  return done && !copy.status;
+  return done && !ended();
+}
+
+bool waitForNoOwner(Session& s, double seconds) {
+  auto wake = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                 GVariant*, gpointer) {};
+  guint owners = g_dbus_connection_signal_subscribe(
+      s.bus(), "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+      "/org/freedesktop/DBus", "org.ardel.WrenfoldHelper", G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr,
+      nullptr);
+  bool done = s.waitUntil([&] { return nameOwnerPid(s) == 0; }, seconds);
+  g_dbus_connection_signal_unsubscribe(s.bus(), owners);
+  return done;
 }
 
 void stopCopy(Session& s, Copy& copy, double seconds) {
