@@ -31,6 +31,19 @@ if ! grep -qx "ExecStart=$prefix/bin/wrenfold-helper" "$unit" ||
   echo "0 passed, 1 failed"; exit 1
 fi
 
+# The installed unit is valid, and sandboxed well enough.
+if command -v systemd-analyze >/dev/null; then
+  systemd-analyze verify --man=no "$unit" || {
+    echo "systemd-analyze verify refused the unit"; echo "0 passed, 1 failed"; exit 1; }
+  exposure=$(systemd-analyze security --offline=yes --no-pager "$unit" 2>&1 |
+             sed -n 's/.*Overall exposure level for [^:]*: \([0-9.]*\).*/\1/p')
+  echo "Exposure of the installed wrenfold-helper.service: ${exposure:-unknown}"
+  awk -v e="${exposure:-99}" 'BEGIN { exit !(e <= 4.0) }' || {
+    echo "exposure above 4.0"; echo "0 passed, 1 failed"; exit 1; }
+else
+  echo "systemd-analyze is missing (package systemd): the unit is not verified"
+fi
+
 version=$("$prefix/bin/wrenfold-helper" --version)
 case "$version" in
   *1.0.0*) ;;
