@@ -53,7 +53,7 @@ pid_t ownerPid(GDBusConnection* bus, const std::string& name) {
   return static_cast<pid_t>(pid);
 }
 
-// RequestName's answers (D-Bus specification).
+// RequestName's flag and answers, as the message bus defines them.
 constexpr guint32 kPrimaryOwner = 1;
 constexpr guint32 kExists = 3;
 constexpr guint32 kAlreadyOwner = 4;
