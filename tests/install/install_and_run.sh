@@ -51,8 +51,9 @@ case "$version" in
 esac
 
 # The installed helper on a private bus, with no plug-in: it says so and ends with status 0.
-read -r address < <(dbus-daemon --session --fork --print-address=1 --print-pid=3 3>"$home/bus.pid")
-bus_pid=$(cat "$home/bus.pid")
+# Address and pid both on standard output, in that order: reading the pid
+# from a file raced with the daemon writing it and left the bus running.
+{ read -r address; read -r bus_pid; } < <(dbus-daemon --session --fork --print-address=1 --print-pid=1)
 set +e
 out=$(env -i HOME="$home" XDG_CONFIG_HOME="$home/.config" XDG_DATA_HOME="$home/.local/share" \
       DBUS_SESSION_BUS_ADDRESS="$address" PATH="$PATH" timeout 20 "$prefix/bin/wrenfold-helper" 2>&1)
