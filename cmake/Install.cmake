@@ -30,11 +30,24 @@ endif()
 file(GLOB WF_DBUS_INTERFACES ${PROJECT_SOURCE_DIR}/resources/dbus/*.xml)
 install(FILES ${WF_DBUS_INTERFACES} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
 
-# The systemd user unit.
-configure_file(${PROJECT_SOURCE_DIR}/resources/systemd/wrenfold-helper.service.in
-               ${PROJECT_BINARY_DIR}/wrenfold-helper.service @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/wrenfold-helper.service
-        DESTINATION lib/systemd/user)
+# The systemd user unit and the D-Bus activation file name the binary where
+# it is installed. The prefix is known only when installing (cpack installs
+# with its own packaging prefix, whatever the build tree was configured
+# with), so both files are written then.
+set(WF_STARTER_FILES
+    "${PROJECT_SOURCE_DIR}/resources/systemd/wrenfold-helper.service.in|lib/systemd/user/wrenfold-helper.service"
+    "${PROJECT_SOURCE_DIR}/resources/dbus-service/org.ardel.WrenfoldHelper.service.in|${CMAKE_INSTALL_DATADIR}/dbus-1/services/org.ardel.WrenfoldHelper.service")
+foreach(entry IN LISTS WF_STARTER_FILES)
+  string(REPLACE "|" ";" pair "${entry}")
+  list(GET pair 0 template)
+  list(GET pair 1 destination)
+  install(CODE "
+    set(WF_UNIT_BINDIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+    set(target \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${destination}\")
+    configure_file(\"${template}\" \"\${target}\" @ONLY)
+    file(CHMOD \"\${target}\" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+    message(STATUS \"Installing: \${target}\")")
+endforeach()
 
 # Manual pages, compressed as Debian wants them.
 file(GLOB WF_MAN_PAGES ${PROJECT_SOURCE_DIR}/docs/man/*.1)
@@ -87,7 +100,10 @@ set(CPACK_PACKAGE_DESCRIPTION
 set(CPACK_DEBIAN_PACKAGE_SECTION mail)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The helper needs a session bus; its user unit, sandboxed without a
+# network, reaches it only as the user bus of dbus-user-session.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "dbus-user-session | dbus-x11")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "dbus-user-session, systemd")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA

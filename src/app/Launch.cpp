@@ -28,6 +28,17 @@ void observePlugInNotifications(WFHelperAppDelegate* self) {
                       [self](const platform::Notification& n) { self->wrenfoldWillUninstall(&n); });
 }
 
+// Where the plug-in was looked for, so that a user can put it there.
+std::string plugInLookedForMessage(const std::string& path) {
+  if (path.empty())
+    return "The Wrenfold plug-in was looked for at ~/Library/Mail/Bundles/Wrenfold.mailbundle, "
+           "but this process has no home folder (neither HOME nor the password database gives "
+           "one).";
+  return "The Wrenfold plug-in was looked for at " + path +
+         " and nothing is there; install the plug-in there for this user, then start the helper "
+         "again.";
+}
+
 }  // namespace
 
 void WFHelperAppDelegate::applicationDidFinishLaunching() {
@@ -41,12 +52,13 @@ void WFHelperAppDelegate::applicationDidFinishLaunching() {
 
   // 3. The plug-in must be installed in the user's own Library.
   std::vector<std::string> libraries = services_.environment->userLibraryDirectories();
-  bool installed =
-      !libraries.empty() && FileManager::defaultManager().fileExistsAtPath(
-                                libraries.back() + "/Mail/Bundles/Wrenfold.mailbundle");
+  std::string plugIn =
+      libraries.empty() ? std::string() : libraries.back() + "/Mail/Bundles/Wrenfold.mailbundle";
+  bool installed = !plugIn.empty() && FileManager::defaultManager().fileExistsAtPath(plugIn);
   if (!installed) {
     NSLog(
         "Wrenfold is not installed -- Quitting Wrenfold Helper App and removing from login items");
+    NSLogMessage(plugInLookedForMessage(plugIn));
     removeWrenfoldHelperFromLoginItems();
     services_.loop->terminate();
   }

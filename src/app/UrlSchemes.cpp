@@ -1,3 +1,7 @@
+#include <map>
+#include <string>
+#include <vector>
+
 #include "app/WFHelperAppDelegate.h"
 #include "platform/UrlHandlers.h"
 
@@ -19,9 +23,19 @@ void WFHelperAppDelegate::registerWrenfoldUrlSchema() {
   };
   platform::UrlHandlers* handlers = services_.urlHandlers;
   if (!handlers) return;
+  std::map<long, std::vector<std::string>> failed;
   for (const Scheme& scheme : kSchemes) {
     long status = handlers->setDefaultHandlerForURLScheme(scheme.name, "com.apple.mail");
-    if (status != 0) NSLog(scheme.failure, status);
+    if (status != 0) {
+      NSLog(scheme.failure, status);
+      failed[status].push_back(scheme.name);
+    }
+  }
+  // The status speaks Launch Services; one more line per kind of failure
+  // says in the platform's terms what is missing and what to do.
+  for (const auto& [status, schemes] : failed) {
+    std::string explanation = handlers->explainFailure(status, "com.apple.mail", schemes);
+    if (!explanation.empty()) NSLogMessage(explanation);
   }
 }
 

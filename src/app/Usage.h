@@ -4,8 +4,8 @@
 namespace wf {
 
 inline constexpr const char* kUsage =
-    "Usage: wrenfold-helper [-WFkey value]... [-key value]...\n"
-    "       wrenfold-helper --help | --version\n"
+    "Usage: wrenfold-helper [--verbose] [-WFkey value]... [-key value]...\n"
+    "       wrenfold-helper -h | -help | --help | --version\n"
     "\n"
     "The background agent of the Wrenfold mail plug-in. It needs the session bus\n"
     "and the plug-in in ~/Library/Mail/Bundles/Wrenfold.mailbundle.\n"
@@ -17,7 +17,8 @@ inline constexpr const char* kUsage =
     "                 (the autostart choice always comes from the preferences file)\n"
     "  -key value     set `key` in the argument domain for this run; the helper's\n"
     "                 own switches can be given so\n"
-    "  --help         print this text and exit\n"
+    "  --verbose      every log key on for this run (a key given itself keeps its value)\n"
+    "  -h, -help, --help  print this text and exit\n"
     "  --version      print the version and exit\n"
     "\n"
     "The helper's own switches (domain org.ardel.WrenfoldHelper,\n"
@@ -49,7 +50,16 @@ inline constexpr const char* kUsage =
     "            WrenfoldHelperDidUpdateInboxRulesFile WrenfoldHelperDidUpdateSmartMailboxesFile\n"
     "            WrenfoldFinderTagsWereModified\n"
     "\n"
-    "Exit status: 0 when the helper ends itself or on SIGTERM/SIGINT; 1 without a\n"
-    "session bus, or when the bus goes away.\n";
+    "One helper per session: the first to own org.ardel.WrenfoldHelper on the\n"
+    "session bus acts; a later copy says which pid runs and exits 0. Launch is\n"
+    "finished when the property org.ardel.WrenfoldHelper.Launched of\n"
+    "/org/ardel/WrenfoldHelper is true.\n"
+    "\n"
+    "Log: standard error and syslog; under the systemd user unit the journal\n"
+    "(journalctl --user -u wrenfold-helper WRENFOLD_LOG_KEY=logOpenMeta).\n"
+    "\n"
+    "Exit status: 0 when the helper ends itself, on SIGTERM/SIGINT, or when another\n"
+    "copy is the helper; 1 without a session bus, or when the bus goes away;\n"
+    "2 for a command line it does not understand.\n";
 
 }  // namespace wf

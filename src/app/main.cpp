@@ -4,8 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "app/CommandLine.h"
 #include "app/Usage.h"
 #include "app/WFHelperAppDelegate.h"
+#include "platform/linux/ApplicationName.h"
 #include "platform/linux/DBusScripting.h"
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
@@ -26,16 +28,21 @@ int main(int argc, char** argv) {
 
   std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   ProcessEnvironment environment;
-  for (const std::string& arg : arguments) {
-    if (arg == "--help") {
+  CommandLine line = readCommandLine(arguments);
+  switch (line.action) {
+    case CommandLine::Action::Help:
       std::fputs(kUsage, stdout);
       return 0;
-    }
-    if (arg == "--version") {
+    case CommandLine::Action::Version: {
       Value version = environment.infoValue("CFBundleVersion");
       std::printf("wrenfold-helper %s\n", version.isString() ? version.asString().c_str() : "");
       return 0;
     }
+    case CommandLine::Action::Misuse:
+      std::fputs(misuseLine(line.offending).c_str(), stderr);
+      return 2;
+    case CommandLine::Action::Launch:
+      break;
   }
 
   SystemLog log;
@@ -49,6 +56,20 @@ int main(int argc, char** argv) {
     endProcess(1);
   }
 
+  // Before anything acts: the first owner of the name is the helper of this
+  // session, and a later copy leaves mimeapps.list, the autostart entry,
+  // the watchers and the sync folder to it.
+  NameClaim claim = claimApplicationName(bus, environment.bundleIdentifier());
+  if (claim.outcome == NameClaim::Outcome::HeldByAnother) {
+    NSLogMessage(alreadyRunningMessage(claim.ownerPid));
+    endProcess(0);
+  }
+  if (claim.outcome == NameClaim::Outcome::Failed) {
+    NSLogMessage("cannot own " + environment.bundleIdentifier() +
+                 " on the session bus: " + claim.error);
+    endProcess(1);
+  }
+
   SystemClock clock;
   GLibMainLoop loop;
   BusNotificationCenter notifications(bus);
@@ -57,7 +78,8 @@ int main(int argc, char** argv) {
   DBusScripting scripting(bus, workspace);
   XdgAutostartLoginItems loginItems(environment);
   MimeAppsUrlHandlers urlHandlers(environment, workspace);
-  ProcessDefaults defaults(parseArgumentDomain(arguments), ProcessEnvironment::ownDefaultsFile());
+  ProcessDefaults defaults(parseArgumentDomain(argumentDomainWords(line)),
+                           ProcessEnvironment::ownDefaultsFile());
 
   Services services;
   services.clock = &clock;
@@ -75,7 +97,7 @@ int main(int argc, char** argv) {
   WFHelperAppDelegate delegate(services);
   loop.terminateOnSignals();
   dispatchGuarded([&] { delegate.applicationDidFinishLaunching(); });
-  ownApplicationName(bus, environment.bundleIdentifier());
+  announceLaunched(bus);
   loop.run();
   return 0;
 }

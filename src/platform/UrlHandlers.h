@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace wf::platform {
 
@@ -19,6 +20,14 @@ class UrlHandlers {
   // `scheme`; 0 on success, else a Launch Services status.
   virtual long setDefaultHandlerForURLScheme(const std::string& scheme,
                                              const std::string& bundleIdentifier) = 0;
+  // What a failed `status` means here and what the user can do about it,
+  // for the `schemes` that failed so; "" when there is nothing to add to
+  // the status itself.
+  virtual std::string explainFailure(long status, const std::string& bundleIdentifier,
+                                     const std::vector<std::string>& schemes) const {
+    (void)status, (void)bundleIdentifier, (void)schemes;
+    return "";
+  }
 };
 
 }  // namespace wf::platform

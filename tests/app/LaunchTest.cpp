@@ -83,8 +83,12 @@ TEST_F(LaunchTest, MissingPlugInWritesOneMessageAndEnds) {
   rmdir((p.library() + "/Mail/Bundles/Wrenfold.mailbundle").c_str());
   EXPECT_THROW(launch(), Terminated);
   EXPECT_TRUE(p.loop.terminated);
-  ASSERT_EQ(p.log.lines.size(), 1u);
+  // The message, then where the plug-in was looked for.
+  ASSERT_EQ(p.log.lines.size(), 2u);
   EXPECT_EQ(p.log.lines[0], kNotInstalled);
+  EXPECT_EQ(p.log.lines[1], "The Wrenfold plug-in was looked for at " + p.library() +
+                                "/Mail/Bundles/Wrenfold.mailbundle and nothing is there; install "
+                                "the plug-in there for this user, then start the helper again.");
   EXPECT_EQ(p.loop.pendingCount(), 0u);
   EXPECT_TRUE(p.notifications.observers.empty());
 }
@@ -92,7 +96,13 @@ TEST_F(LaunchTest, MissingPlugInWritesOneMessageAndEnds) {
 TEST_F(LaunchTest, PlugInIsLookedForInTheUserLibraryOnly) {
   p.environment.libraries_.clear();  // no home: no user Library
   EXPECT_THROW(launch(), Terminated);
-  EXPECT_EQ(p.log.lines, std::vector<std::string>{kNotInstalled});
+  EXPECT_EQ(
+      p.log.lines,
+      (std::vector<std::string>{
+          kNotInstalled,
+          "The Wrenfold plug-in was looked for at ~/Library/Mail/Bundles/Wrenfold.mailbundle, "
+          "but this process has no home folder (neither HOME nor the password database gives "
+          "one)."}));
 }
 
 TEST_F(LaunchTest, APlainFileCountsAsThePlugIn) {

@@ -240,8 +240,8 @@ TEST(Spine, TheRunningHelperOwnsItsIdentifierOnTheBusUntilItEnds) {
   s.startHelper();
   ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
   EXPECT_TRUE(nameHasOwner(s, "org.ardel.WrenfoldHelper"));
-  // The name comes after the observers: the one notice sent once it was
-  // owned was answered (the launch itself wrote the first line).
+  // Launch is over once the helper says so: the one notice sent after that
+  // was answered (the launch itself wrote the first line).
   EXPECT_EQ(s.countInStderr("External OpenMeta Scanning"), 2) << s.stderrText();
   s.emit("WrenfoldWillUninstall");
   ASSERT_EQ(s.waitForExit(kWait), 0);

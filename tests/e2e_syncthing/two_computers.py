@@ -155,8 +155,8 @@ class Computer:
     def start_monitor(self):
         # The plug-in's stand-in: a real bus client that sees what the helper posts.
         p = self.spawn(["dbus-monitor", "--session", "type='signal',interface='org.ardel.Wrenfold'",
-                        "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',"
-                        "arg0='org.ardel.WrenfoldHelper'"])
+                        "type='signal',interface='org.freedesktop.DBus.Properties',"
+                        "member='PropertiesChanged',path='/org/ardel/WrenfoldHelper'"])
         self.monitor = LineReader(p.stdout, self.name + " bus")
         self.probe()
 
@@ -171,9 +171,10 @@ class Computer:
         p = self.spawn([HELPER])
         self.helper = LineReader(p.stdout, self.name + " helper")
         self.helper_proc = p
-        # The helper owns its name once it observes the plug-in's notices.
+        # The helper says it has launched (its property Launched turns true)
+        # once it observes the plug-in's notices.
         self.helper.wait_for("WrenfoldHelper", 15)
-        self.monitor.wait_for("member=NameOwnerChanged", 15, mark)
+        self.monitor.wait_for("member=PropertiesChanged", 15, mark)
 
     def post(self, name):
         subprocess.run(["gdbus", "emit", "--session", "--object-path", "/org/ardel/Wrenfold",

@@ -67,11 +67,21 @@ TEST_F(UrlSchemesTest, WithoutMailInstalledOnTheRealList) {
   platform::MimeAppsUrlHandlers real(p.environment, p.workspace);
   make(&real);
   delegate->registerWrenfoldUrlSchema();
-  EXPECT_EQ(p.log.lines,
+  ASSERT_EQ(p.log.lines.size(), 5u);
+  EXPECT_EQ(std::vector<std::string>(p.log.lines.begin(), p.log.lines.begin() + 4),
             (std::vector<std::string>{"Couldn't set handler for Wrenfold wfdefaults: -10814",
                                       "Couldn't set handler for Wrenfold Keyword Search: -10814",
                                       "Couldn't set handler for Wrenfold Keyword Search: -10814",
                                       "Couldn't set handler for Wrenfold Project Search: -10814"}));
+  // Then once, in this system's terms, what is missing and what stays.
+  const std::string& last = p.log.lines[4];
+  EXPECT_EQ(last.rfind("URL scheme handlers: no desktop entry com.apple.mail.desktop in ", 0), 0u)
+      << last;
+  EXPECT_NE(last.find("; wrenfoldlog, wrenfoldkeyword, wfkw, wrenfoldproject keep their current "
+                      "handler in " +
+                      p.environment.xdgConfigHome() + "/mimeapps.list. "),
+            std::string::npos)
+      << last;
   EXPECT_FALSE(test::exists(p.environment.xdgConfigHome() + "/mimeapps.list"));
 }
 

@@ -1,7 +1,6 @@
 #include "platform/linux/GLibMainLoop.h"
 
 #include <glib-unix.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -39,7 +38,6 @@ gboolean onTerminatingSignal(gpointer data) {
 [[noreturn]] void endProcess(int status) {
   std::fflush(stdout);
   std::fflush(stderr);
-  closelog();
   _exit(status);
 }
 

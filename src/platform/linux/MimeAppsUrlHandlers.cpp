@@ -9,6 +9,7 @@
 
 #include "platform/base/Files.h"
 #include "platform/linux/MimeAppsList.h"
+#include "platform/linux/SessionBus.h"
 
 namespace wf::platform {
 namespace {
@@ -34,7 +35,31 @@ std::optional<std::string> fileToWrite(const std::string& path) {
   return out;
 }
 
+std::string joined(const std::vector<std::string>& words) {
+  std::string out;
+  for (const std::string& word : words) out += (out.empty() ? "" : ", ") + word;
+  return out;
+}
+
 }  // namespace
+
+std::string MimeAppsUrlHandlers::explainFailure(long status, const std::string& bundleIdentifier,
+                                                const std::vector<std::string>& schemes) const {
+  std::string list = mimeAppsListPath();
+  if (status == kLSApplicationNotFoundErr) {
+    std::vector<std::string> folders;
+    for (const std::string& dir : xdgDataDirectories())
+      folders.push_back(dir + (dir.back() == '/' ? "" : "/") + "applications");
+    return "URL scheme handlers: no desktop entry " + bundleIdentifier + ".desktop in " +
+           joined(folders) + "; " + joined(schemes) + " keep their current handler in " + list +
+           ". Install the mail client's desktop entry under the name " + bundleIdentifier +
+           ".desktop in one of those folders and start the helper again.";
+  }
+  if (status == kLSUnknownErr)
+    return "URL scheme handlers: " + list + " could not be read or replaced; " + joined(schemes) +
+           " keep their current handler.";
+  return "";
+}
 
 std::string MimeAppsUrlHandlers::mimeAppsListPath() const {
   return environment_.xdgConfigHome() + "/mimeapps.list";

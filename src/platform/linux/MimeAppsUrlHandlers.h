@@ -21,6 +21,11 @@ class MimeAppsUrlHandlers : public UrlHandlers {
   long setDefaultHandlerForURLScheme(const std::string& scheme,
                                      const std::string& bundleIdentifier) override;
 
+  // -10814: which desktop entry is missing where, and that the schemes keep
+  // their handler; -10810: the list that could not be written.
+  std::string explainFailure(long status, const std::string& bundleIdentifier,
+                             const std::vector<std::string>& schemes) const override;
+
   std::string mimeAppsListPath() const;
 
  private:

@@ -80,12 +80,6 @@ GDBusConnection* connectSessionBus(std::string* reason) {
 
 GDBusConnection* sessionBus() { return gSessionBus; }
 
-void ownApplicationName(GDBusConnection* bus, const std::string& identifier) {
-  // Held for the life of the process: the bus lets it go when the helper ends.
-  g_bus_own_name_on_connection(bus, identifier.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE, nullptr,
-                               nullptr, nullptr, nullptr);
-}
-
 BusNotificationCenter::~BusNotificationCenter() {
   for (guint id : subscriptions_) g_dbus_connection_signal_unsubscribe(bus_, id);
 }

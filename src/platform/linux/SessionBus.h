@@ -17,11 +17,6 @@ namespace wf::platform {
 GDBusConnection* connectSessionBus(std::string* reason);
 // The connection made by connectSessionBus(), or nullptr.
 GDBusConnection* sessionBus();
-// A launched application owns its identifier on the bus; that is how other
-// programs see it running. Asked for after the observers are registered, so
-// whoever sees the name owned knows that its notices reach the helper. A
-// second copy waits in the bus's queue for the name.
-void ownApplicationName(GDBusConnection* bus, const std::string& identifier);
 
 inline constexpr const char* kNotificationPath = "/org/ardel/Wrenfold";
 inline constexpr const char* kNotificationInterface = "org.ardel.Wrenfold";

@@ -69,6 +69,22 @@ pid_t ownerOf(GDBusConnection* bus, const char* name) {
   return static_cast<pid_t>(pid);
 }
 
+// Whether the owner of the helper's name says it has finished launching.
+bool hasLaunched(GDBusConnection* bus) {
+  GVariant* reply = g_dbus_connection_call_sync(
+      bus, kHelperName, "/org/ardel/WrenfoldHelper", "org.freedesktop.DBus.Properties", "Get",
+      g_variant_new("(ss)", "org.ardel.WrenfoldHelper", "Launched"), G_VARIANT_TYPE("(v)"),
+      G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr);
+  if (!reply) return false;
+  GVariant* value = nullptr;
+  g_variant_get(reply, "(v)", &value);
+  bool launched =
+      g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN) && g_variant_get_boolean(value);
+  g_variant_unref(value);
+  g_variant_unref(reply);
+  return launched;
+}
+
 }  // namespace
 
 std::string helperBinary() { return WF_HELPER_BINARY; }
@@ -366,11 +382,21 @@ bool Session::waitForLaunch(double seconds) {
   guint changes = g_dbus_connection_signal_subscribe(
       bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
       "/org/freedesktop/DBus", kHelperName, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
-  // The first look is a call made after the match, so no change slips by.
-  bool owned =
-      waitUntil([&] { return !helperRunning() || ownerOf(bus_, kHelperName) == pid_; }, seconds);
+  guint launched = g_dbus_connection_signal_subscribe(
+      bus_, nullptr, "org.freedesktop.DBus.Properties", "PropertiesChanged",
+      "/org/ardel/WrenfoldHelper", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
+  // The first look is a call made after the matches, so no change slips by.
+  bool done = waitUntil(
+      [&] { return !helperRunning() || (ownerOf(bus_, kHelperName) == pid_ && hasLaunched(bus_)); },
+      seconds);
   g_dbus_connection_signal_unsubscribe(bus_, changes);
-  if (!owned || !helperRunning()) return false;
+  g_dbus_connection_signal_unsubscribe(bus_, launched);
+  if (!done || !helperRunning()) return false;
+  // The launch wrote its lines before it said so; take them in before the
+  // round trip counts its answer, so that a line of the launch is not
+  // taken for the answer.
+  while (g_main_context_iteration(context_, FALSE)) {
+  }
   double left = static_cast<double>(deadline - g_get_monotonic_time()) / G_USEC_PER_SEC;
   return roundTrip(left > 0 ? left : 0);
 }

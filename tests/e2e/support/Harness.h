@@ -6,7 +6,7 @@
 //   wf::e2e::Session s;                       // home + private bus
 //   s.writePreferences({{"logOpenMeta", wf::Value(true)}});
 //   s.startHelper({"-WFlogExternalProjects", "YES"});
-//   ASSERT_TRUE(s.waitForLaunch());           // observers are registered
+//   ASSERT_TRUE(s.waitForLaunch());           // launched, observers registered
 //   s.emit("WrenfoldKeywordListWasSaved");
 //   ASSERT_TRUE(s.waitForLine("(logSettingsSync)", 10));
 //   s.emit("WrenfoldWillUninstall");
@@ -99,8 +99,9 @@ class Session {
   std::optional<int> waitForExit(double seconds);
   void signalHelper(int signal);
   // Launch is over once the plug-in's notifications are observed, which the
-  // helper shows by owning "org.ardel.WrenfoldHelper" on the bus. Then one
-  // round trip (which applies the preferences once more) proves it answers.
+  // helper shows by owning "org.ardel.WrenfoldHelper" on the bus with its
+  // property org.ardel.WrenfoldHelper.Launched true. Then one round trip
+  // (which applies the preferences once more) proves it answers.
   bool waitForLaunch(double seconds = 20);
   // Proves that the helper has handled everything sent before: posts
   // "WrenfoldPreferencesDidChange" and waits for its answer line. That line

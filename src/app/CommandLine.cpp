@@ -1,0 +1,55 @@
+#include "app/CommandLine.h"
+
+#include <set>
+
+#include "platform/linux/LogPriority.h"
+
+namespace wf {
+
+CommandLine readCommandLine(const std::vector<std::string>& arguments) {
+  CommandLine line;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& word = arguments[i];
+    if (word == "-h" || word == "-help" || word == "--help") {
+      line.action = CommandLine::Action::Help;
+      return line;
+    }
+    if (word == "--version") {
+      line.action = CommandLine::Action::Version;
+      return line;
+    }
+    if (word == "--verbose") {
+      line.verbose = true;
+      continue;
+    }
+    bool isKey = word.size() >= 2 && word[0] == '-' && word[1] != '-';
+    if (!isKey || i + 1 >= arguments.size()) {
+      line.action = CommandLine::Action::Misuse;
+      line.offending = word;
+      return line;
+    }
+    line.pairs.push_back(word);
+    line.pairs.push_back(arguments[++i]);
+  }
+  return line;
+}
+
+std::vector<std::string> argumentDomainWords(const CommandLine& line) {
+  std::vector<std::string> words = line.pairs;
+  if (!line.verbose) return words;
+  std::set<std::string> given;
+  for (std::size_t i = 0; i + 1 < line.pairs.size(); i += 2) given.insert(line.pairs[i].substr(1));
+  for (const std::string& key : platform::logKeys()) {
+    if (given.count("WF" + key)) continue;  // what the command line says itself wins
+    words.push_back("-WF" + key);
+    words.push_back("YES");
+  }
+  return words;
+}
+
+std::string misuseLine(const std::string& offending) {
+  return "wrenfold-helper: unknown argument '" + offending +
+         "' (usage: wrenfold-helper [--verbose] [-key value]...; see wrenfold-helper --help)\n";
+}
+
+}  // namespace wf
