@@ -88,22 +88,6 @@ void setRawSpotlightAttribute(const std::string& path, const std::string& key,
     throw std::runtime_error("cannot set " + name + " on " + path);
 }
 
-long residentKiB(pid_t pid) {
-  std::string status = test::readFile("/proc/" + std::to_string(pid) + "/status");
-  auto at = status.find("VmRSS:");
-  if (at == std::string::npos) return -1;
-  return std::strtol(status.c_str() + at + 6, nullptr, 10);
-}
-
-int openDescriptors(pid_t pid) {
-  std::error_code ec;
-  int n = 0;
-  for (fs::directory_iterator it("/proc/" + std::to_string(pid) + "/fd", ec), end; !ec && it != end;
-       it.increment(ec))
-    ++n;
-  return ec ? -1 : n;
-}
-
 ToolRun runTool(const std::vector<std::string>& argv, double seconds) {
   ToolRun run;
   std::vector<char*> args;

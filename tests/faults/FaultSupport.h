@@ -37,11 +37,6 @@ void makeFolders(const std::string& path);
 void setRawSpotlightAttribute(const std::string& path, const std::string& key,
                               const std::string& bytes);
 
-// Resident memory of process `pid` in KiB (VmRSS), -1 when it is gone.
-long residentKiB(pid_t pid);
-// Its open file descriptors, -1 when it is gone.
-int openDescriptors(pid_t pid);
-
 // A command run to its end or killed after `seconds`.
 struct ToolRun {
   int status = -1;  // exit status; -1 when killed or not started

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "ProcessFigures.h"
 #include "support/HostilePlist.h"
 #include "StoreFixture.h"
 
