@@ -1,33 +1,13 @@
 #include "import/EmlxTrailer.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
+#include <cstdint>
 #include <limits>
 
+#include "platform/base/Files.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
 
 namespace wf {
-
-namespace {
-
-// read() until `size` bytes arrived, the file ended or an error occurred.
-std::size_t readFully(int fd, char* buffer, std::size_t size) {
-  std::size_t got = 0;
-  while (got < size) {
-    ssize_t n = read(fd, buffer + got, size - got);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    got += static_cast<std::size_t>(n);
-  }
-  return got;
-}
-
-}  // namespace
 
 std::optional<std::int64_t> emlxTrailerOffset(std::string_view head) {
   // The head is taken as a C string: a NUL byte ends it.
@@ -36,40 +16,35 @@ std::optional<std::int64_t> emlxTrailerOffset(std::string_view head) {
   std::size_t lineFeed = head.find('\n');
   if (lineFeed == std::string_view::npos) return std::nullopt;
   std::int64_t count = ns::integerValue(head);
-  std::int64_t offset = 0;
-  if (__builtin_add_overflow(count, static_cast<std::int64_t>(lineFeed) + 1, &offset))
-    return std::nullopt;
-  return offset;
+  auto headLength = static_cast<std::int64_t>(lineFeed) + 1;
+  if (count > std::numeric_limits<std::int64_t>::max() - headLength) return std::nullopt;
+  return count + headLength;
 }
 
 Value readEmlxTrailerFromDescriptor(int fd) {
-  char head[kEmlxHeadSize + 1] = {};
-  if (readFully(fd, head, kEmlxHeadSize) < kEmlxHeadSize) return {};
-  std::optional<std::int64_t> offset = emlxTrailerOffset(std::string_view(head, kEmlxHeadSize));
+  auto head = sys::readRange(fd, 0, kEmlxHeadSize);
+  if (!head || head->size() < kEmlxHeadSize) return {};
+  std::optional<std::int64_t> offset = emlxTrailerOffset(*head);
   if (!offset || *offset < 0) return {};
 
-  off_t length = lseek(fd, 0, SEEK_END);
-  if (length < 0) return {};
-  if (lseek(fd, static_cast<off_t>(*offset), SEEK_SET) != static_cast<off_t>(*offset)) return {};
-  std::int64_t size = static_cast<std::int64_t>(length) - *offset;
-  if (size < 0 || size > kEmlxMaxTrailerSize) return {};
-
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  if (readFully(fd, bytes.data(), bytes.size()) < bytes.size()) return {};
+  auto length = sys::fileSize(fd);
+  if (!length) return {};
+  auto start = static_cast<std::uint64_t>(*offset);
+  if (start > *length || *length - start > static_cast<std::uint64_t>(kEmlxMaxTrailerSize))
+    return {};
+  auto size = static_cast<std::size_t>(*length - start);
+  auto bytes = sys::readRange(fd, start, size);
+  if (!bytes || bytes->size() < size) return {};
   std::string error;
-  return plist::parse(bytes, &error);
+  return plist::parse(*bytes, &error);
 }
 
 Value readEmlxTrailer(const std::string& path) {
-  // Non-blocking so that a FIFO under a message's name cannot stall the
-  // main loop; anything but a regular file has no trailer.
-  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  if (fd < 0) return {};
-  Value trailer;
-  struct stat st;
-  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) trailer = readEmlxTrailerFromDescriptor(fd);
-  close(fd);
-  return trailer;
+  // Opened without blocking, so that a FIFO under a message's name cannot
+  // stall the main loop; anything but a regular file has no trailer.
+  auto fd = sys::openRegularFile(path);
+  if (!fd) return {};
+  return readEmlxTrailerFromDescriptor(fd->get());
 }
 
 }  // namespace wf

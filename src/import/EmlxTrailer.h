@@ -33,8 +33,8 @@ std::optional<std::int64_t> emlxTrailerOffset(std::string_view head);
 // an offset outside the file, a trailer above the cap, no property list).
 // The file is opened read-only and never changed.
 Value readEmlxTrailer(const std::string& path);
-// The same for an open descriptor positioned at the file's start (the
-// descriptor is left open).
+// The same for an open descriptor, read from the file's start wherever the
+// descriptor stands (it is left open).
 Value readEmlxTrailerFromDescriptor(int fd);
 
 }  // namespace wf

@@ -1,12 +1,11 @@
 #include "import/ImportRecord.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 
 #include "openmeta/OpenMeta.h"
+#include "platform/base/Files.h"
 #include "platform/plist/PropertyList.h"
 
 namespace wf {
@@ -15,18 +14,8 @@ namespace {
 
 // A small file of /proc, whole; empty when it cannot be read.
 std::string readProcFile(const std::string& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  if (fd < 0) return {};
-  std::string text;
-  char buffer[1024];
-  while (text.size() < 8192) {
-    ssize_t n = read(fd, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    text.append(buffer, static_cast<std::size_t>(n));
-  }
-  close(fd);
-  return text;
+  auto text = sys::readRegularFile(path, 8192);
+  return text ? std::move(*text) : std::string();
 }
 
 std::string bootId() {

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "platform/base/Owners.h"
+
 namespace wf::tools {
 
 const char* const kDateForms =
@@ -106,23 +108,23 @@ bool parseDate(std::string_view text, Date& out) {
                         static_cast<GDateYear>(y)))
     return false;
   if (h > 23 || mi > 59 || sec > 59) return false;
-  GDateTime* utc = g_date_time_new_utc(y, mo, d, h, mi, sec);
+  auto utc = wf::sys::adoptG(g_date_time_new_utc(y, mo, d, h, mi, sec));
   if (!utc) return false;
-  std::int64_t unix = g_date_time_to_unix(utc);
-  g_date_time_unref(utc);
+  std::int64_t unix = g_date_time_to_unix(utc.get());
   out = Date{static_cast<double>(unix - east - kReferenceFromUnix) + fraction};
   return true;
 }
 
 std::string iso8601(Date date) {
   double whole = std::floor(date.seconds);
-  GDateTime* t = g_date_time_new_from_unix_utc(static_cast<gint64>(whole) + kReferenceFromUnix);
+  auto owned = wf::sys::adoptG(
+      g_date_time_new_from_unix_utc(static_cast<gint64>(whole) + kReferenceFromUnix));
+  GDateTime* t = owned.get();
   if (!t) return "";
   char buf[64];
   std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02dZ", g_date_time_get_year(t),
                 g_date_time_get_month(t), g_date_time_get_day_of_month(t), g_date_time_get_hour(t),
                 g_date_time_get_minute(t), g_date_time_get_second(t));
-  g_date_time_unref(t);
   return buf;
 }
 

@@ -8,6 +8,7 @@
 #include "MacFinderTags.h"
 #include "Output.h"
 #include "openmeta/OpenMeta.h"
+#include "platform/base/Owners.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
 
@@ -287,10 +288,9 @@ int registerSchema(const ParsedArguments& a) {
   if (a.has("--no-wait")) return 0;
   // The register file is removed by a timeout on this thread's loop; keep
   // it running until just after that.
-  GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-  g_timeout_add(2100, quitLoop, loop);
-  g_main_loop_run(loop);
-  g_main_loop_unref(loop);
+  auto loop = wf::sys::adoptG(g_main_loop_new(nullptr, FALSE));
+  g_timeout_add(2100, quitLoop, loop.get());
+  g_main_loop_run(loop.get());
   return 0;
 }
 

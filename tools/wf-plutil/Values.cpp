@@ -7,6 +7,7 @@
 
 #include "Dates.h"
 #include "Json.h"
+#include "platform/base/Owners.h"
 #include "platform/plist/PropertyList.h"
 
 namespace wf::plutil {
@@ -27,9 +28,8 @@ bool decodeBase64(const std::string& text, Data& out) {
       (pad < clean.size() - 2 || clean.find_first_not_of('=', pad) != std::string::npos))
     return false;
   gsize length = 0;
-  guchar* bytes = g_base64_decode(clean.c_str(), &length);
-  out.assign(bytes, bytes + length);
-  g_free(bytes);
+  auto bytes = wf::sys::adoptG(g_base64_decode(clean.c_str(), &length));
+  out.assign(bytes.get(), bytes.get() + length);
   return true;
 }
 

@@ -12,6 +12,7 @@
 #include "Options.h"
 #include "PrettyPrint.h"
 #include "ToolFiles.h"
+#include "platform/base/Owners.h"
 #include "platform/foundation/Format.h"
 #include "platform/plist/PropertyList.h"
 
@@ -50,9 +51,7 @@ bool encode(const Value& v, const std::string& format, bool readable, std::strin
       out = wf::tools::iso8601(v.asDate());
       break;
     case Value::Type::Data: {
-      gchar* b64 = g_base64_encode(v.asData().data(), v.asData().size());
-      out = b64;
-      g_free(b64);
+      out = wf::sys::adoptG(g_base64_encode(v.asData().data(), v.asData().size())).get();
       break;
     }
     case Value::Type::Integer:

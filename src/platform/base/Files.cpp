@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <vector>
 
 namespace wf::sys {
@@ -238,6 +239,31 @@ Result<std::string> readAll(int fd, std::size_t maxBytes) {
   if (have > maxBytes) return SysError::fromErrno(EFBIG);
   bytes.resize(have);
   return bytes;
+}
+
+Result<std::string> readRange(int fd, std::uint64_t offset, std::size_t maxBytes) {
+  if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()))
+    return SysError::fromErrno(EINVAL);
+  std::string bytes(maxBytes, '\0');
+  std::size_t have = 0;
+  while (have < maxBytes) {
+    ssize_t n =
+        ::pread(fd, bytes.data() + have, maxBytes - have, static_cast<off_t>(offset + have));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return lastError();
+    }
+    if (n == 0) break;
+    have += static_cast<std::size_t>(n);
+  }
+  bytes.resize(have);
+  return bytes;
+}
+
+Result<std::uint64_t> fileSize(int fd) {
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) return lastError();
+  return static_cast<std::uint64_t>(st.st_size);
 }
 
 Result<std::string> readRegularFile(const std::string& path, std::size_t maxBytes, Links links) {

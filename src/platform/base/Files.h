@@ -10,6 +10,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +36,10 @@ enum class Links { Follow, NoFollow };
 Result<UniqueFd> openRegularFile(const std::string& path, Links links = Links::Follow);
 // The rest of `fd`, at most `maxBytes` (EFBIG beyond).
 Result<std::string> readAll(int fd, std::size_t maxBytes);
+// Up to `maxBytes` of `fd` from `offset` on (fewer where the file ends).
+Result<std::string> readRange(int fd, std::uint64_t offset, std::size_t maxBytes);
+// The size of the open file.
+Result<std::uint64_t> fileSize(int fd);
 // openRegularFile + readAll.
 Result<std::string> readRegularFile(const std::string& path, std::size_t maxBytes,
                                     Links links = Links::Follow);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <dirent.h>
+#include <gio/gio.h>
 #include <glib-object.h>
 #include <glib.h>
 #include <unistd.h>
@@ -56,10 +57,13 @@ inline void gRelease(GVariant* p) { g_variant_unref(p); }
 inline void gRelease(GVariantIter* p) { g_variant_iter_free(p); }
 inline void gRelease(GVariantBuilder* p) { g_variant_builder_unref(p); }
 inline void gRelease(GKeyFile* p) { g_key_file_unref(p); }
+inline void gRelease(GDBusNodeInfo* p) { g_dbus_node_info_unref(p); }
 inline void gRelease(GSource* p) { g_source_unref(p); }
 inline void gRelease(GMainLoop* p) { g_main_loop_unref(p); }
 inline void gRelease(GMainContext* p) { g_main_context_unref(p); }
 inline void gRelease(char* p) { g_free(p); }
+inline void gRelease(unsigned char* p) { g_free(p); }
+inline void gRelease(GDateTime* p) { g_date_time_unref(p); }
 inline void gRelease(char** p) { g_strfreev(p); }
 // Every other type held by a GPtr is a GObject (GDBusConnection, GFile, …).
 template <class T>

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "platform/base/Owners.h"
+
 namespace wf::platform {
 namespace {
 
@@ -24,32 +26,26 @@ GVariant* getProperty(GDBusConnection*, const gchar*, const gchar*, const gchar*
   return nullptr;
 }
 
-std::string takeMessage(GError* error) {
-  std::string text = error ? error->message : "unknown error";
-  if (error) g_error_free(error);
-  return text;
-}
+std::string messageOf(const GError* error) { return error ? error->message : "unknown error"; }
 
 void exportLaunchState(GDBusConnection* bus) {
   if (gExported) return;
-  GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(kIntrospection, nullptr);
+  auto node = sys::adoptG(g_dbus_node_info_new_for_xml(kIntrospection, nullptr));
   if (!node) return;
   static const GDBusInterfaceVTable vtable = {nullptr, getProperty, nullptr, {}};
   guint id = g_dbus_connection_register_object(bus, kHelperObjectPath, node->interfaces[0], &vtable,
                                                nullptr, nullptr, nullptr);
-  g_dbus_node_info_unref(node);
   gExported = id != 0;
 }
 
 pid_t ownerPid(GDBusConnection* bus, const std::string& name) {
-  GVariant* reply = g_dbus_connection_call_sync(
+  auto reply = sys::adoptG(g_dbus_connection_call_sync(
       bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()), G_VARIANT_TYPE("(u)"),
-      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
   if (!reply) return 0;
   guint32 pid = 0;
-  g_variant_get(reply, "(u)", &pid);
-  g_variant_unref(reply);
+  g_variant_get(reply.get(), "(u)", &pid);
   return static_cast<pid_t>(pid);
 }
 
@@ -67,19 +63,18 @@ NameClaim claimApplicationName(GDBusConnection* bus, const std::string& identifi
   // The owner may end between "exists" and the question who it is; then
   // the name is free again and worth one more request.
   for (int attempt = 0; attempt < 3; ++attempt) {
-    GError* error = nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(
+    sys::GErrorOut error;
+    auto reply = sys::adoptG(g_dbus_connection_call_sync(
         bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
         g_variant_new("(su)", identifier.c_str(), kDoNotQueue), G_VARIANT_TYPE("(u)"),
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
     if (!reply) {
       claim.outcome = NameClaim::Outcome::Failed;
-      claim.error = takeMessage(error);
+      claim.error = messageOf(error.get());
       return claim;
     }
     guint32 result = 0;
-    g_variant_get(reply, "(u)", &result);
-    g_variant_unref(reply);
+    g_variant_get(reply.get(), "(u)", &result);
     if (result == kPrimaryOwner || result == kAlreadyOwner) {
       claim.outcome = NameClaim::Outcome::Owned;
       return claim;

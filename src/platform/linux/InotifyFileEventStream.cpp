@@ -89,13 +89,10 @@ InotifyFileEventStream::InotifyFileEventStream(int fd, FileEventStreamParams par
       log_(log),
       watchLimit_(watchLimit) {}
 
-InotifyFileEventStream::~InotifyFileEventStream() {
-  stop();
-  if (fd_ >= 0) close(fd_);
-}
+InotifyFileEventStream::~InotifyFileEventStream() { stop(); }
 
 bool InotifyFileEventStream::start() {
-  if (stopped_ || fd_ < 0) return false;
+  if (stopped_ || !fd_.valid()) return false;
   if (started_) return true;
 
   for (const std::string& path : params_.paths) {
@@ -109,8 +106,7 @@ bool InotifyFileEventStream::start() {
       if (errno == ENOSPC) logWatchLimitOnce(path);
       folders_.clear();
       roots_.clear();
-      close(fd_);  // drops every watch made so far
-      fd_ = -1;
+      fd_.reset();  // drops every watch made so far
       return false;
     }
     root.device = st.st_dev;
@@ -121,7 +117,7 @@ bool InotifyFileEventStream::start() {
   for (const Root& root : roots_) watchTree(root.path, -1, root.path, Scan::Quiet);
 
   caughtUpAt_ = realtimeNow();
-  readSource_ = g_unix_fd_add(fd_, G_IO_IN, &InotifyFileEventStream::onReadable, this);
+  readSource_ = g_unix_fd_add(fd_.get(), G_IO_IN, &InotifyFileEventStream::onReadable, this);
   if (params_.ignoreSelf) {
     OwnChanges::addListener(this);
     listening_ = true;
@@ -146,8 +142,7 @@ void InotifyFileEventStream::stop() {
     // A stopped stream stays stopped, as an invalidated one would.
     started_ = false;
     stopped_ = true;
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
+    fd_.reset();
   }
 }
 
@@ -162,7 +157,8 @@ int InotifyFileEventStream::addWatch(const std::string& path, int parent, const 
     wd = -1;
   } else {
     // Below a root, symbolic links are entries, never folders to enter.
-    wd = inotify_add_watch(fd_, path.c_str(), kWatchMask | (parent >= 0 ? IN_DONT_FOLLOW : 0));
+    wd =
+        inotify_add_watch(fd_.get(), path.c_str(), kWatchMask | (parent >= 0 ? IN_DONT_FOLLOW : 0));
   }
   if (wd < 0) return -1;
   auto [it, inserted] = folders_.try_emplace(wd, Folder{parent, name});
@@ -212,8 +208,9 @@ void InotifyFileEventStream::watchTree(const std::string& path, int parent, cons
     if (scan == Scan::Quiet && wd >= 0 && hasNoSubfolders(folder.path)) continue;
 
     int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (folder.parent >= 0 ? O_NOFOLLOW : 0);
-    int dirFd = open(folder.path.c_str(), flags);
-    if (dirFd < 0) continue;
+    sys::UniqueFd dir(open(folder.path.c_str(), flags));
+    if (!dir) continue;
+    int dirFd = dir.get();
     if (directoryBuffer_.empty()) directoryBuffer_.resize(32 * 1024);
     ssize_t n;
     while ((n = getdents64(dirFd, directoryBuffer_.data(), directoryBuffer_.size())) > 0) {
@@ -236,7 +233,6 @@ void InotifyFileEventStream::watchTree(const std::string& path, int parent, cons
         if (isFolder && wd >= 0) todo.push_back({entryPath, wd, entry->d_name});
       }
     }
-    close(dirFd);
   }
 }
 
@@ -289,7 +285,7 @@ void InotifyFileEventStream::forgetTree(int top) {
     if (inside) doomed.push_back(wd);
   }
   for (int wd : doomed) {
-    if (!isParentWatch(wd)) inotify_rm_watch(fd_, wd);
+    if (!isParentWatch(wd)) inotify_rm_watch(fd_.get(), wd);
     folders_.erase(wd);
   }
 }
@@ -342,9 +338,9 @@ bool InotifyFileEventStream::readQueue(std::size_t budget) {
   bool overflowed = false;
   bool empty = false;
   std::size_t taken = 0;
-  while (fd_ >= 0) {
+  while (fd_.valid()) {
     if (taken >= budget) break;  // the rest at the next turn of the loop
-    ssize_t n = read(fd_, buffer, sizeof buffer);
+    ssize_t n = read(fd_.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       empty = true;
@@ -459,11 +455,12 @@ void InotifyFileEventStream::watchParentOf(Root& root) {
   if (root.name.empty()) return;  // "/": nothing holds it
   // IN_MASK_ADD: a folder of a tree keeps its events; adding ours to a
   // watch already there gives its number.
-  int wd = inotify_add_watch(fd_, splitLast(root.path).first.c_str(), kParentMask | IN_MASK_ADD);
+  int wd =
+      inotify_add_watch(fd_.get(), splitLast(root.path).first.c_str(), kParentMask | IN_MASK_ADD);
   if (wd == root.parentWd) return;
   int old = root.parentWd;
   root.parentWd = wd < 0 ? -1 : wd;
-  if (old >= 0 && !folders_.count(old) && !isParentWatch(old)) inotify_rm_watch(fd_, old);
+  if (old >= 0 && !folders_.count(old) && !isParentWatch(old)) inotify_rm_watch(fd_.get(), old);
 }
 
 bool InotifyFileEventStream::isParentWatch(int wd) const {
@@ -532,7 +529,7 @@ void InotifyFileEventStream::recoverFromOverflow() {
     if (met.count(it->first)) {
       ++it;
     } else {
-      if (!isParentWatch(it->first)) inotify_rm_watch(fd_, it->first);
+      if (!isParentWatch(it->first)) inotify_rm_watch(fd_.get(), it->first);
       it = folders_.erase(it);
     }
   }

@@ -20,6 +20,7 @@
 
 #include "platform/FileEvents.h"
 #include "platform/Platform.h"
+#include "platform/base/Owners.h"
 
 namespace wf::platform {
 
@@ -92,7 +93,7 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   void recoverFromOverflow();
   void logWatchLimitOnce(const std::string& where);
 
-  int fd_;
+  sys::UniqueFd fd_;
   FileEventStreamParams params_;
   FileEventCallback callback_;
   Log& log_;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "platform/base/Owners.h"
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
 #include "platform/linux/MemoryRelease.h"
@@ -37,11 +38,7 @@ void onNameOwnerChanged(GDBusConnection*, const gchar*, const gchar*, const gcha
   static_cast<BusWorkspace*>(data)->nameOwnerChanged(name, oldOwner, newOwner);
 }
 
-std::string errorText(GError* error) {
-  std::string text = error ? error->message : "unknown error";
-  if (error) g_error_free(error);
-  return text;
-}
+std::string errorText(const GError* error) { return error ? error->message : "unknown error"; }
 
 // Without its bus the helper can neither hear the plug-in nor answer it:
 // say why and end with a failure status, so that a service manager that
@@ -64,12 +61,9 @@ GDBusConnection* connectSessionBus(std::string* reason) {
     if (reason) *reason = "DBUS_SESSION_BUS_ADDRESS is not set";
     return nullptr;
   }
-  GError* error = nullptr;
-  gSessionBus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
-  if (!gSessionBus && reason)
-    *reason = errorText(error);
-  else if (error)
-    g_error_free(error);
+  sys::GErrorOut error;
+  gSessionBus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, error.out());
+  if (!gSessionBus && reason) *reason = errorText(error.get());
   if (gSessionBus) {
     // GLib's default would raise SIGTERM and end the helper as if asked to.
     g_dbus_connection_set_exit_on_close(gSessionBus, FALSE);
@@ -85,14 +79,14 @@ BusNotificationCenter::~BusNotificationCenter() {
 }
 
 void BusNotificationCenter::post(const std::string& name) {
-  GError* error = nullptr;
+  sys::GErrorOut error;
   if (!g_dbus_connection_emit_signal(bus_, nullptr, kNotificationPath, kNotificationInterface,
-                                     name.c_str(), nullptr, &error)) {
-    logPlatformMessage("cannot post " + name + ": " + errorText(error));
+                                     name.c_str(), nullptr, error.out())) {
+    logPlatformMessage("cannot post " + name + ": " + errorText(error.get()));
     return;
   }
-  if (!g_dbus_connection_flush_sync(bus_, nullptr, &error))
-    logPlatformMessage("cannot post " + name + ": " + errorText(error));
+  if (!g_dbus_connection_flush_sync(bus_, nullptr, error.out()))
+    logPlatformMessage("cannot post " + name + ": " + errorText(error.get()));
 }
 
 void BusNotificationCenter::addObserver(const std::string& name, NotificationHandler handler) {
@@ -110,24 +104,23 @@ BusWorkspace::~BusWorkspace() {
 
 std::vector<std::string> BusWorkspace::runningApplicationIdentifiers() {
   std::vector<std::string> names;
-  GError* error = nullptr;
-  GVariant* reply = g_dbus_connection_call_sync(
+  sys::GErrorOut error;
+  auto reply = sys::adoptG(g_dbus_connection_call_sync(
       bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames",
-      nullptr, G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+      nullptr, G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
   if (!reply) {
-    logPlatformMessage("cannot list the running applications: " + errorText(error));
+    logPlatformMessage("cannot list the running applications: " + errorText(error.get()));
     return names;
   }
-  GVariantIter* iter;
+  GVariantIter* rawIter = nullptr;
+  g_variant_get(reply.get(), "(as)", &rawIter);
+  auto iter = sys::adoptG(rawIter);
   const gchar* name;
-  g_variant_get(reply, "(as)", &iter);
-  while (g_variant_iter_loop(iter, "&s", &name)) {
+  while (g_variant_iter_loop(iter.get(), "&s", &name)) {
     std::string n = name;
     if (n.empty() || n[0] == ':' || n == "org.freedesktop.DBus") continue;
     names.push_back(std::move(n));
   }
-  g_variant_iter_free(iter);
-  g_variant_unref(reply);
   return names;
 }
 
@@ -174,7 +167,7 @@ std::vector<std::string> xdgDataDirectories() {
   std::vector<std::string> dirs;
   const char* dataHome = std::getenv("XDG_DATA_HOME");
   if (dataHome && dataHome[0] == '/') {
-    dirs.push_back(dataHome);
+    dirs.emplace_back(dataHome);
   } else {
     const char* home = std::getenv("HOME");
     std::string h = home && *home ? home : g_get_home_dir();

@@ -14,23 +14,13 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/base/Files.h"
+
 namespace wf::platform {
 namespace {
 
 constexpr const char* kIdentifier = "wrenfold-helper";
 constexpr int kFacilityUser = 1 << 3;
-
-void writeAll(int fd, const std::string& bytes) {
-  const char* p = bytes.data();
-  std::size_t left = bytes.size();
-  while (left > 0) {
-    ssize_t n = ::write(fd, p, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    p += n;
-    left -= static_cast<std::size_t>(n);
-  }
-}
 
 }  // namespace
 
@@ -49,12 +39,10 @@ bool streamIsJournal(int fd) {
 SystemLog::SystemLog() : journal_(streamIsJournal(STDERR_FILENO)) {
   // One socket for the life of the process; records are sent to /dev/log
   // one datagram each, never by reconnecting.
-  if (!journal_) syslogSocket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (!journal_) syslogSocket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
 }
 
-SystemLog::~SystemLog() {
-  if (syslogSocket_ >= 0) close(syslogSocket_);
-}
+SystemLog::~SystemLog() = default;
 
 std::string stderrRecord(const std::string& message) {
   timeval tv;
@@ -97,11 +85,12 @@ bool SystemLog::writeToJournal(const std::string& message, const LogRecordKind& 
 void SystemLog::writeToStderr(const std::string& message) {
   // One write call per record, so that records of several processes sharing
   // a terminal or pipe do not interleave.
-  writeAll(STDERR_FILENO, stderrRecord(message));
+  // A log line that cannot be written has nowhere else to go.
+  (void)sys::writeAll(STDERR_FILENO, stderrRecord(message));
 }
 
 void SystemLog::writeToSyslog(const std::string& message, LogPriority priority) {
-  if (syslogSocket_ < 0) return;
+  if (!syslogSocket_) return;
   // RFC 3164 as syslog(3) writes it: "<PRI>Mmm dd hh:mm:ss ident[pid]: message".
   time_t now = time(nullptr);
   tm local;
@@ -115,7 +104,7 @@ void SystemLog::writeToSyslog(const std::string& message, LogPriority priority) 
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, "/dev/log", sizeof address.sun_path - 1);
   // No syslog daemon is no failure worth a record: the stderr record stands.
-  while (sendto(syslogSocket_, datagram.data(), datagram.size(), MSG_NOSIGNAL,
+  while (sendto(syslogSocket_.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL,
                 reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0 &&
          errno == EINTR) {
   }

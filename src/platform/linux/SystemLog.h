@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/Platform.h"
+#include "platform/base/Owners.h"
 #include "platform/linux/LogPriority.h"
 
 namespace wf::platform {
@@ -30,7 +31,7 @@ class SystemLog : public Log {
   void writeToSyslog(const std::string& message, LogPriority priority);
 
   bool journal_ = false;
-  int syslogSocket_ = -1;
+  sys::UniqueFd syslogSocket_;
 };
 
 // The stderr record of a message at the current time.

@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "platform/base/Files.h"
+#include "platform/base/Owners.h"
 #include "platform/linux/XdgAutostartExec.h"
 
 namespace wf::platform {
@@ -19,20 +19,10 @@ constexpr const char* kGroup = "Desktop Entry";
 // A desktop entry is a few hundred bytes; anything far larger is not one.
 constexpr gsize kMaxEntrySize = 1 << 20;
 
-struct KeyFileDeleter {
-  void operator()(GKeyFile* f) const { g_key_file_free(f); }
-};
-
 std::optional<std::string> stringForKey(GKeyFile* file, const char* key) {
-  GError* error = nullptr;
-  gchar* value = g_key_file_get_string(file, kGroup, key, &error);
-  if (!value) {
-    g_clear_error(&error);
-    return std::nullopt;
-  }
-  std::string out(value);
-  g_free(value);
-  return out;
+  auto value = sys::adoptG(g_key_file_get_string(file, kGroup, key, nullptr));
+  if (!value) return std::nullopt;
+  return std::string(value.get());
 }
 
 std::string searchPath() {
@@ -54,13 +44,10 @@ LoginItem autostartItem(const std::string& fileName, std::string_view contents,
                         const std::string& searchPath) {
   LoginItem item;
   item.token = fileName;
-  std::unique_ptr<GKeyFile, KeyFileDeleter> file(g_key_file_new());
-  GError* error = nullptr;
+  auto file = sys::adoptG(g_key_file_new());
   if (!g_key_file_load_from_data(file.get(), contents.data(), contents.size(), G_KEY_FILE_NONE,
-                                 &error)) {
-    g_clear_error(&error);
+                                 nullptr))
     return item;
-  }
   item.displayName = stringForKey(file.get(), "Name");
   item.bundleIdentifier = stringForKey(file.get(), "X-Bundle-Identifier");
   if (std::optional<std::string> exec = stringForKey(file.get(), "Exec")) {
@@ -88,12 +75,11 @@ std::string XdgAutostartLoginItems::autostartFolder() const {
 std::vector<LoginItem> XdgAutostartLoginItems::snapshot() {
   std::string folder = autostartFolder();
   std::vector<std::string> names;
-  if (DIR* dir = opendir(folder.c_str())) {
-    while (dirent* entry = readdir(dir)) {
+  if (sys::UniqueDir dir{opendir(folder.c_str())}) {
+    while (dirent* entry = readdir(dir.get())) {
       std::string name = entry->d_name;
       if (hasDesktopSuffix(name)) names.push_back(std::move(name));
     }
-    closedir(dir);
   }
   std::sort(names.begin(), names.end());
   std::string programs = searchPath();
@@ -114,7 +100,7 @@ std::vector<LoginItem> XdgAutostartLoginItems::snapshot() {
 
 bool XdgAutostartLoginItems::remove(const LoginItem& item) {
   if (item.token.empty() || item.token.find('/') != std::string::npos) return false;
-  return unlink((autostartFolder() + "/" + item.token).c_str()) == 0;
+  return sys::removePath(autostartFolder() + "/" + item.token, sys::Removal::FileOrLink).ok();
 }
 
 bool XdgAutostartLoginItems::insertLast(const std::string& displayName, const std::string& path,

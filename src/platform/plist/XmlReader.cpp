@@ -7,7 +7,8 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/foundation/Strings.h"
+#include "platform/base/Owners.h"
+#include "platform/base/TextScan.h"
 #include "platform/plist/Codec.h"
 #include "platform/plist/Text.h"
 
@@ -180,7 +181,7 @@ class XmlReader {
 
   Value parseDocument() {
     if (startsWith("\xEF\xBB\xBF")) p_ = 3;
-    if (auto bad = ns::firstInvalidUTF8(s_); bad != std::string_view::npos)
+    if (auto bad = text::firstInvalidUTF8(s_); bad != std::string_view::npos)
       return fail(bad, "invalid UTF-8 byte 0x" + hex(static_cast<unsigned char>(s_[bad])));
     while (true) {
       while (!atEnd() && isSpace(s_[p_])) ++p_;
@@ -558,14 +559,13 @@ Value parseXML(std::string_view bytes, std::string* error) {
   if (!big && !little) return XmlReader(bytes).parse(error);
   std::string_view body = bytes.substr(2);
   gsize written = 0;
-  gchar* utf8 = g_convert(body.data(), static_cast<gssize>(body.size()), "UTF-8",
-                          big ? "UTF-16BE" : "UTF-16LE", nullptr, &written, nullptr);
+  auto utf8 = sys::adoptG(g_convert(body.data(), static_cast<gssize>(body.size()), "UTF-8",
+                                    big ? "UTF-16BE" : "UTF-16LE", nullptr, &written, nullptr));
   if (!utf8) {
     if (error) *error = "line 1, column 1: invalid UTF-16 text";
     return Value();
   }
-  std::string text(utf8, written);
-  g_free(utf8);
+  std::string text(utf8.get(), written);
   return XmlReader(text, true).parse(error);
 }
 
