@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "platform/linux/LogPriority.h"
+#include "platform/LogKeys.h"
 
 namespace wf {
 
@@ -42,7 +42,7 @@ std::vector<std::string> argumentDomainWords(const CommandLine& line) {
   for (const std::string& key : platform::logKeys()) {
     if (given.count("WF" + key)) continue;  // what the command line says itself wins
     words.push_back("-WF" + key);
-    words.push_back("YES");
+    words.emplace_back("YES");
   }
   return words;
 }

@@ -8,16 +8,17 @@ WFHelperAppDelegate* gShared = nullptr;
 
 WFHelperAppDelegate::WFHelperAppDelegate(platform::Services services) : services_(services) {
   gShared = this;
-  if (services_.log) setNSLogSink(services_.log);
+  if (services_.log) previousLogSink_ = setNSLogSink(services_.log);
   setPathEnvironment(services_.environment);
 }
 
 WFHelperAppDelegate::~WFHelperAppDelegate() {
   if (gShared != this) return;
   gShared = nullptr;
-  // The log and the environment may go with the services; later lines fall
-  // back to stderr and the path functions find no Library folder.
-  setNSLogSink(nullptr);
+  // The log and the environment may go with the services: later lines go
+  // where they went before the delegate, and the path functions find no
+  // Library folder.
+  if (services_.log) setNSLogSink(previousLogSink_);
   setPathEnvironment(nullptr);
 }
 

@@ -5,7 +5,6 @@
 #include "app/WFHelperAppDelegate.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
-#include "platform/linux/Dispatch.h"
 
 namespace wf {
 namespace {

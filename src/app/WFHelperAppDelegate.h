@@ -12,18 +12,10 @@
 
 #include "platform/Platform.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/NSLog.h"
 #include "platform/plist/Value.h"
 
 namespace wf {
-
-// NSLog: one record to standard error and the system log.
-void NSLogMessage(const std::string& message);
-template <typename... Args>
-void NSLog(std::string_view fmt, const Args&... args) {
-  NSLogMessage(format(fmt, args...));
-}
-// Where NSLog writes; set by the program at start (tests set a fake).
-void setNSLogSink(platform::Log* log);
 
 // "-[WFHelperAppDelegate name:]" for a delegate method named in C++ `name`.
 std::string delegateMethodName(std::string_view cxxName);
@@ -96,7 +88,9 @@ class WFHelperAppDelegate {
 
   // Properties
   std::optional<std::string> currentSyncFolderPath() const { return currentSyncFolderPath_; }
-  void setCurrentSyncFolderPath(std::optional<std::string> p) { currentSyncFolderPath_ = std::move(p); }
+  void setCurrentSyncFolderPath(std::optional<std::string> p) {
+    currentSyncFolderPath_ = std::move(p);
+  }
   Value cachedDefaults() const { return cachedDefaults_; }
   void setCachedDefaults(Value v) { cachedDefaults_ = std::move(v); }
   double lastDefaultCacheTime() const { return lastDefaultCacheTime_; }
@@ -120,6 +114,7 @@ class WFHelperAppDelegate {
                       const std::string& message);
 
   platform::Services services_;
+  platform::Log* previousLogSink_ = nullptr;  // NSLog's sink before this delegate
   Value cachedDefaults_;
   double lastDefaultCacheTime_ = 0;
   std::optional<std::string> currentSyncFolderPath_;
@@ -132,16 +127,16 @@ bool isMailRunning();
 
 // Keyed log line from a delegate method: the function renders as
 // "-[WFHelperAppDelegate selector]".
-#define WFLogKeyed(key, ...)                                                             \
-  do {                                                                                   \
-    static const std::string wfLogFunctionName_ = ::wf::delegateMethodName(__func__);    \
-    this->logForKey(key, __FILE__, wfLogFunctionName_.c_str(), __LINE__, __VA_ARGS__);  \
+#define WFLogKeyed(key, ...)                                                           \
+  do {                                                                                 \
+    static const std::string wfLogFunctionName_ = ::wf::delegateMethodName(__func__);  \
+    this->logForKey(key, __FILE__, wfLogFunctionName_.c_str(), __LINE__, __VA_ARGS__); \
   } while (0)
 
 // Keyed log line from a free function, through the shared delegate; the
 // function renders by its plain name.
-#define WFLogKeyedFree(key, ...)                                                              \
-  do {                                                                                        \
-    if (auto* wfDelegate_ = ::wf::WFHelperAppDelegate::shared())                              \
-      wfDelegate_->logForKey(key, __FILE__, __func__, __LINE__, __VA_ARGS__);                 \
+#define WFLogKeyedFree(key, ...)                                              \
+  do {                                                                        \
+    if (auto* wfDelegate_ = ::wf::WFHelperAppDelegate::shared())              \
+      wfDelegate_->logForKey(key, __FILE__, __func__, __LINE__, __VA_ARGS__); \
   } while (0)

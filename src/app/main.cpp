@@ -47,7 +47,6 @@ int main(int argc, char** argv) {
 
   SystemLog log;
   setNSLogSink(&log);
-  setDispatchLog(&log);
 
   std::string reason;
   GDBusConnection* bus = connectSessionBus(&reason);

@@ -53,6 +53,11 @@ struct NSException : std::runtime_error {
 
 namespace wf::platform {
 
+// The log record of an exception that nothing caught.
+inline std::string uncaughtExceptionMessage(const std::exception& e) {
+  return std::string("An uncaught exception was raised\n") + e.what();
+}
+
 // NSLog and the system log: one record per message.
 class Log {
  public:
@@ -104,8 +109,8 @@ class UserDefaults {
 class Environment {
  public:
   virtual ~Environment() = default;
-  virtual std::string bundlePath() const = 0;        // real path of the executable
-  virtual std::string bundleIdentifier() const = 0;  // "org.ardel.WrenfoldHelper"
+  virtual std::string bundlePath() const = 0;                 // real path of the executable
+  virtual std::string bundleIdentifier() const = 0;           // "org.ardel.WrenfoldHelper"
   virtual Value infoValue(const std::string& key) const = 0;  // from Info.plist
   // pathForResource:ofType: (nullopt when missing).
   virtual std::optional<std::string> pathForResource(const std::string& name,

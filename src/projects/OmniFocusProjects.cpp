@@ -1,6 +1,5 @@
 // OmniFocus's project names, asked of a running OmniFocus with a script
 // shipped as a resource beside the program.
-#include <glib.h>
 
 #include "app/WFHelperAppDelegate.h"
 #include "platform/base/Files.h"

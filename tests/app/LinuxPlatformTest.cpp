@@ -141,14 +141,14 @@ TEST(GLibMainLoopTest, LongWholeSecondDelaysCanBeCancelled) {
 
 TEST(GLibMainLoopTest, ExceptionInACallIsLoggedAndTheLoopGoesOn) {
   test::FakeLog log;
-  setDispatchLog(&log);
+  setNSLogSink(&log);
   GLibMainLoop loop;
   bool after = false;
   loop.performAfterDelay(0.0, [] { throw NSException("*** boom"); });
   loop.performAfterDelay(0.02, [&] { after = true; });
   ASSERT_TRUE(pumpUntil([&] { return after; }, 10));
   EXPECT_EQ(log.lines, std::vector<std::string>{"An uncaught exception was raised\n*** boom"});
-  setDispatchLog(nullptr);
+  setNSLogSink(nullptr);
 }
 
 TEST(GLibMainLoopTest, ACallMayScheduleTheNext) {

@@ -464,7 +464,7 @@ TEST_F(InotifyStreamTest, FoldersOnDiskAreWatchedToo) {
 }
 
 TEST_F(InotifyStreamTest, AnExceptionInACallbackIsLoggedAndTheStreamGoesOn) {
-  platform::setDispatchLog(&log);
+  wf::setNSLogSink(&log);
   platform::FileEventStreamParams params;
   params.paths = {root};
   params.latency = 0.1;
@@ -478,7 +478,7 @@ TEST_F(InotifyStreamTest, AnExceptionInACallbackIsLoggedAndTheStreamGoesOn) {
   ASSERT_TRUE(runUntil([&] { return calls == 1; }, 5));
   foreignWrite(root + "/second");
   ASSERT_TRUE(waitFor(root + "/second"));
-  platform::setDispatchLog(nullptr);
+  wf::setNSLogSink(nullptr);
   EXPECT_EQ(
       log.count(platform::uncaughtExceptionMessage(NSException("the other application went away"))),
       1u);

@@ -6,16 +6,15 @@
 #include <string>
 #include <string_view>
 
+#include "platform/base/TextScan.h"
+
 namespace wf::ns {
 
-// -[NSString boolValue]: YES for a leading "Y", "y", "T", "t" or a digit 1-9
-// after optional blanks, sign and zeros.
-bool boolValue(std::string_view s);
-// -[NSString integerValue]: the leading decimal integer (blanks and sign
-// allowed), saturating; 0 when there is none.
-std::int64_t integerValue(std::string_view s);
-// -[NSString doubleValue].
-double doubleValue(std::string_view s);
+// The number scanners and the UTF-8 check live a layer down, where the
+// property-list codec shares them.
+using text::boolValue;
+using text::doubleValue;
+using text::integerValue;
 
 // -[NSString lowercaseString] (locale-independent, Unicode data).
 std::string lowercaseString(std::string_view s);
@@ -35,9 +34,8 @@ std::string pathExtension(std::string_view path);
 std::string stringByDeletingPathExtension(std::string_view path);
 std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
 
-bool isValidUTF8(std::string_view s);
-// Offset of the first byte that is not valid UTF-8 (NUL is valid), or npos.
-std::size_t firstInvalidUTF8(std::string_view s);
+using text::firstInvalidUTF8;
+using text::isValidUTF8;
 
 // Length in bytes of the character at the start of `s`; a byte that does
 // not begin a valid UTF-8 sequence counts as a character of its own.

@@ -10,18 +10,13 @@
 #include <string>
 
 #include "platform/Platform.h"
+#include "platform/foundation/NSLog.h"
 
 namespace wf::platform {
 
-// The log record of an exception that nothing caught.
-inline std::string uncaughtExceptionMessage(const std::exception& e) {
-  return std::string("An uncaught exception was raised\n") + e.what();
-}
-
-// Where the platform layer writes its own records (failures of the bus,
-// uncaught exceptions); set once by the program, stderr when unset.
-void setDispatchLog(Log* log);
-void logPlatformMessage(const std::string& message);
+// The platform layer's own records (failures of the bus, uncaught
+// exceptions) go where every record goes: NSLog's sink.
+inline void logPlatformMessage(const std::string& message) { NSLogMessage(message); }
 
 // Runs fn; a wf::NSException thrown by it is logged and swallowed.
 void dispatchGuarded(const std::function<void()>& fn);

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "platform/LogKeys.h"
+
 namespace wf::platform {
 namespace {
 
@@ -46,14 +48,6 @@ constexpr Rule kRules[] = {
 };
 
 }  // namespace
-
-const std::vector<std::string>& logKeys() {
-  static const std::vector<std::string> keys{
-      "logSettingsSync", "logExternalProjects", "logOmniFocusProjects",
-      "logFinderTags",   "logOpenMeta",         "logPreferencesNotification",
-      "loginItems"};
-  return keys;
-}
 
 LogRecordKind classifyRecord(const std::string& message) {
   LogRecordKind kind;

@@ -17,9 +17,6 @@ struct LogRecordKind {
   std::string key;  // the log key of a keyed line, "" for others
 };
 
-// The helper's log keys.
-const std::vector<std::string>& logKeys();
-
 // Keyed lines "(key)…": Info with their key. Failures: Warning, or Error
 // where the helper cannot go on. Unconditional diagnostic lines: Info.
 // Launch, switch states and the rest: Notice.

@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/foundation/Strings.h"
+#include "platform/base/TextScan.h"
 #include "platform/plist/Codec.h"
 
 namespace wf::plist::detail {
@@ -122,7 +122,7 @@ class BinaryWriter {
       case T::Date:
         return shared(dates_, bitsOf(v.asDate().seconds), &v);
       case T::String: {
-        if (!ns::isValidUTF8(v.asString())) return fail("a string is not valid UTF-8");
+        if (!text::isValidUTF8(v.asString())) return fail("a string is not valid UTF-8");
         auto [it, inserted] = strings_.try_emplace(v.asString(), 0);
         if (inserted) it->second = add(&v);
         return it->second;
@@ -178,7 +178,7 @@ class BinaryWriter {
   // Keys are plain strings in the map, not Values; they share the string
   // table with string values.
   std::uint64_t flattenKey(const std::string& key) {
-    if (!ns::isValidUTF8(key)) return fail("a dictionary key is not valid UTF-8");
+    if (!text::isValidUTF8(key)) return fail("a dictionary key is not valid UTF-8");
     auto it = strings_.find(key);
     if (it != strings_.end()) return it->second;
     keys_.push_back(&key);

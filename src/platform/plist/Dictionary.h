@@ -102,7 +102,10 @@ class Dictionary {
   std::pair<iterator, bool> emplace(K&& key, V&& value) {
     return try_emplace(std::forward<K>(key), std::forward<V>(value));
   }
-  std::pair<iterator, bool> insert(value_type entry) {
+  std::pair<iterator, bool> insert(const value_type& entry) {
+    return try_emplace(entry.first, entry.second);
+  }
+  std::pair<iterator, bool> insert(value_type&& entry) {
     return try_emplace(std::move(entry.first), std::move(entry.second));
   }
   // `value` may be an entry of this dictionary: it is used before anything

@@ -138,10 +138,9 @@ void appendBase64Lines(std::string& out, const Data& data, int indent) {
 
 bool decodeBase64(std::string_view text, Data& out, std::size_t& bad) {
   static const auto table = [] {
-    std::array<signed char, 256> t{};
+    std::array<short, 256> t{};
     t.fill(-1);
-    for (int k = 0; k < 64; ++k)
-      t[static_cast<unsigned char>(kBase64[k])] = static_cast<signed char>(k);
+    for (int k = 0; k < 64; ++k) t[static_cast<unsigned char>(kBase64[k])] = static_cast<short>(k);
     return t;
   }();
   out.clear();

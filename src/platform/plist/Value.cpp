@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "platform/foundation/Strings.h"
+#include "platform/base/TextScan.h"
 
 namespace wf {
 
@@ -51,7 +51,7 @@ bool Value::boolValue() const {
     case Type::Real:
       return asReal() != 0.0;
     case Type::String:
-      return ns::boolValue(asString());
+      return text::boolValue(asString());
     default:
       return false;
   }
@@ -73,7 +73,7 @@ std::int64_t Value::integerValue() const {
       return static_cast<std::int64_t>(d);
     }
     case Type::String:
-      return ns::integerValue(asString());
+      return text::integerValue(asString());
     default:
       return 0;
   }
@@ -95,7 +95,7 @@ double Value::doubleValue() const {
     case Type::Real:
       return asReal();
     case Type::String:
-      return ns::doubleValue(asString());
+      return text::doubleValue(asString());
     default:
       return 0.0;
   }

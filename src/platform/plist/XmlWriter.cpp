@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "platform/foundation/Strings.h"
+#include "platform/base/TextScan.h"
 #include "platform/plist/Codec.h"
 #include "platform/plist/Text.h"
 
@@ -184,7 +184,7 @@ class XmlWriter {
   }
 
   bool appendEscaped(const std::string& s) {
-    if (!ns::isValidUTF8(s)) return fail("a string is not valid UTF-8");
+    if (!text::isValidUTF8(s)) return fail("a string is not valid UTF-8");
     std::size_t from = 0;
     for (std::size_t i = 0; i < s.size(); ++i) {
       const char* entity;

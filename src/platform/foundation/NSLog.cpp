@@ -1,13 +1,14 @@
-#include <cstdio>
+#include "platform/foundation/NSLog.h"
 
-#include "app/WFHelperAppDelegate.h"
+#include <cstdio>
+#include <utility>
 
 namespace wf {
 namespace {
 platform::Log* gSink = nullptr;
 }
 
-void setNSLogSink(platform::Log* log) { gSink = log; }
+platform::Log* setNSLogSink(platform::Log* log) { return std::exchange(gSink, log); }
 
 void NSLogMessage(const std::string& message) {
   if (gSink)
