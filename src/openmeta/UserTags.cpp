@@ -77,7 +77,7 @@ OptError OpenMeta::setUserTags(const Value& tags, const Value& finderTags, const
 Value OpenMeta::getUserTags(const std::string& path, OptError* error) {
   if (!MavericksOrLater()) return getNSArrayMetaData(kUserTagsKey, path, error);
 
-  const Value finderTags = getAppleTags(path, error);
+  Value finderTags = getAppleTags(path, error);
   const Value openMetaTags = getNSArrayMetaData(kUserTagsKey, path, error);
   if (isEmptyList(finderTags) && isEmptyList(openMetaTags)) return Value();
 
@@ -100,7 +100,7 @@ Value OpenMeta::getUserTags(const std::string& path, OptError* error) {
     return finderTags;
   }
   // First meeting of the two lists on this file: keep the union in both.
-  const Value merged = removeDuplicateTags(Value(concatenated(finderTags, openMetaTags)));
+  Value merged = removeDuplicateTags(Value(concatenated(finderTags, openMetaTags)));
   if (merged != finderTags) (void)setAppleTags(merged, path);
   if (merged != openMetaTags) (void)setNSArrayMetaData(merged, kUserTagsKey, path);
   return merged;

@@ -15,8 +15,8 @@
 #include <thread>
 
 #include "ProcessFigures.h"
-#include "support/HostilePlist.h"
 #include "StoreFixture.h"
+#include "support/HostilePlist.h"
 
 namespace fs = std::filesystem;
 
@@ -207,7 +207,8 @@ TEST_F(HostileFiles, AnExpandingTrailerNeitherFreezesTheHelperNorStrandsTheMessa
   launch();
   std::string path = mailbox() + "/31.emlx";
   std::string body = "Subject: 31\n\nbody\n";
-  writeMessage(path, std::to_string(body.size()) + "\n" + body + wf::test::hostileExpansionTrailerPlist());
+  writeMessage(
+      path, std::to_string(body.size()) + "\n" + body + wf::test::hostileExpansionTrailerPlist());
   ASSERT_TRUE(s.waitForLine("emlx file changed: " + path, 30)) << s.stderrText();
   EXPECT_TRUE(s.roundTrip(10)) << s.stderrText();
   EXPECT_TRUE(s.helperRunning());

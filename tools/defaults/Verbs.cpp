@@ -243,7 +243,7 @@ int find(const std::string& program, const Args& args) {
   if (args.size() != 1) return usageError(program);
   const std::string& word = args[0];
   std::vector<std::string> names = domainNames();
-  names.push_back("NSGlobalDomain");
+  names.emplace_back("NSGlobalDomain");
   for (const std::string& name : names) {
     Value d;
     std::string error;

@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
   std::size_t at = 0;
   // Options of the program itself come before the command.
-  while (at < args.size() && args[at].rfind("-", 0) == 0) {
+  while (at < args.size() && args[at].rfind('-', 0) == 0) {
     const std::string& option = args[at];
     if (option == "--help" || option == "-h") {
       std::fputs(openmeta_tool::programHelp().c_str(), stdout);

@@ -7,8 +7,9 @@
 #include <utility>
 #include <variant>
 
-// GLib's error type, named without pulling GLib into every user of Result.
-struct _GError;
+// GLib's error type, named without pulling GLib into every user of Result;
+// the reserved name is GLib's own.
+struct _GError;  // NOLINT(bugprone-reserved-identifier)
 
 namespace wf::sys {
 
@@ -20,7 +21,7 @@ struct SysError {
   std::string message;
 
   static SysError fromErrno(int err);
-  static SysError fromGError(const ::_GError* error);
+  static SysError fromGError(const ::_GError* error);  // NOLINT(bugprone-reserved-identifier)
   bool isErrno(int err) const { return domain == kErrnoDomain && code == err; }
   // errno when the error is one, else 0.
   int errnoValue() const { return domain == kErrnoDomain ? code : 0; }

@@ -234,14 +234,12 @@ bool FileManager::copyItemAtPath(const std::string& src, const std::string& dst,
 bool FileManager::checkReplaceableItemAtPath(const std::string& path, OptError* error) const {
   struct stat st;
   int err = 0;
-  if (lstat(path.c_str(), &st) != 0)
-    err = errno;
-  else if (S_ISDIR(st.st_mode))
-    err = EISDIR;
+  bool missing = lstat(path.c_str(), &st) != 0;
+  if (!missing && S_ISDIR(st.st_mode)) err = EISDIR;
   // A copy in a folder we may not change could not be removed either; say
   // so as a removal would (read-only, immutable, no write permission).
-  else if (faccessat(AT_FDCWD, ns::stringByDeletingLastPathComponent(path).c_str(), W_OK,
-                     AT_EACCESS) != 0)
+  else if (missing || faccessat(AT_FDCWD, ns::stringByDeletingLastPathComponent(path).c_str(), W_OK,
+                                AT_EACCESS) != 0)
     err = errno;
   if (!err) return true;
   setError(error, removalError(path, err));
