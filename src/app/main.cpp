@@ -48,12 +48,12 @@ int main(int argc, char** argv) {
   SystemLog log;
   setNSLogSink(&log);
 
-  std::string reason;
-  GDBusConnection* bus = connectSessionBus(&reason);
-  if (!bus) {
-    NSLogMessage("cannot connect to the session bus: " + reason);
+  auto connected = connectSessionBus();
+  if (!connected) {
+    NSLogMessage("cannot connect to the session bus: " + connected.error().message);
     endProcess(1);
   }
+  GDBusConnection* bus = *connected;
 
   // Before anything acts: the first owner of the name is the helper of this
   // session, and a later copy leaves mimeapps.list, the autostart entry,

@@ -52,23 +52,20 @@ void onConnectionClosed(GDBusConnection*, gboolean remotePeerVanished, GError* e
 
 }  // namespace
 
-GDBusConnection* connectSessionBus(std::string* reason) {
+sys::Result<GDBusConnection*> connectSessionBus() {
   if (gSessionBus) return gSessionBus;
   const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
   if (!address || !*address) {
     // GLib would fall back to autolaunching a bus of its own; the helper
     // only ever talks to the session's bus.
-    if (reason) *reason = "DBUS_SESSION_BUS_ADDRESS is not set";
-    return nullptr;
+    return sys::SysError{"wrenfold", 0, "DBUS_SESSION_BUS_ADDRESS is not set"};
   }
   sys::GErrorOut error;
   gSessionBus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, error.out());
-  if (!gSessionBus && reason) *reason = errorText(error.get());
-  if (gSessionBus) {
-    // GLib's default would raise SIGTERM and end the helper as if asked to.
-    g_dbus_connection_set_exit_on_close(gSessionBus, FALSE);
-    g_signal_connect(gSessionBus, "closed", G_CALLBACK(onConnectionClosed), nullptr);
-  }
+  if (!gSessionBus) return sys::SysError::fromGError(error.get());
+  // GLib's default would raise SIGTERM and end the helper as if asked to.
+  g_dbus_connection_set_exit_on_close(gSessionBus, FALSE);
+  g_signal_connect(gSessionBus, "closed", G_CALLBACK(onConnectionClosed), nullptr);
   return gSessionBus;
 }
 

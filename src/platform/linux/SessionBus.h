@@ -9,12 +9,13 @@
 #include <vector>
 
 #include "platform/Platform.h"
+#include "platform/base/Result.h"
 
 namespace wf::platform {
 
-// Connects to $DBUS_SESSION_BUS_ADDRESS; nullptr with the reason on failure.
-// The connection is the process's shared one (g_bus_get_sync).
-GDBusConnection* connectSessionBus(std::string* reason);
+// Connects to $DBUS_SESSION_BUS_ADDRESS; the error says why not. The
+// connection is the process's shared one (g_bus_get_sync).
+sys::Result<GDBusConnection*> connectSessionBus();
 // The connection made by connectSessionBus(), or nullptr.
 GDBusConnection* sessionBus();
 
