@@ -102,6 +102,12 @@ bool processFile(const Options& o, const std::string& path) {
   if (!wf::tools::readDocument(path, root, error, &format, &identity)) return report(path, error);
 
   const std::vector<std::string> keys = wf::tools::splitKeyPath(o.keyPath);
+  auto noValue = [&] {
+    return report(path,
+                  "Could not extract value, error: No value at that key path or invalid key "
+                  "path: " +
+                      o.keyPath);
+  };
   std::string bytes, target;
   switch (o.command) {
     case Command::Lint:
@@ -114,21 +120,13 @@ bool processFile(const Options& o, const std::string& path) {
     }
     case Command::Type: {
       const Value* v = wf::tools::valueAtKeyPath(root, keys);
-      if (!v)
-        return report(path,
-                      "Could not extract value, error: No value at that key path or "
-                      "invalid key path: " +
-                          o.keyPath);
+      if (!v) return noValue();
       std::printf("%s\n", wf::tools::typeName(*v).c_str());
       return true;
     }
     case Command::Extract: {
       const Value* v = wf::tools::valueAtKeyPath(root, keys);
-      if (!v)
-        return report(path,
-                      "Could not extract value, error: No value at that key path or "
-                      "invalid key path: " +
-                          o.keyPath);
+      if (!v) return noValue();
       if (!encode(*v, o.format, o.readable, bytes, error)) {
         if (o.format == "raw")
           error = "Value at [" + o.keyPath + "] is a " + wf::tools::typeName(*v) +
