@@ -12,6 +12,7 @@
 
 #include "platform/base/Files.h"
 #include "platform/foundation/FileManager.h"
+#include "SystemFaults.h"
 #include "support/Fakes.h"
 
 namespace fs = std::filesystem;
@@ -90,6 +91,21 @@ TEST_F(RemovalRace, ALinkIsRemovedItselfAndItsTargetStays) {
   ASSERT_TRUE(sys::removePath(folder_, sys::Removal::Tree).ok());
   EXPECT_FALSE(fs::is_symlink(folder_));
   EXPECT_EQ(filesOutside(), kFiles);
+}
+
+TEST_F(RemovalRace, ATreeRemovalStopsAtAFileSystemMountedBelowIt) {
+  // /tmp and a tmpfs mounted two levels down: the removal empties what is
+  // on its own file system and leaves the mounted one as it is.
+  fs::create_directories(folder_ + "/a/mounted");
+  faults::TmpfsMount mount(folder_ + "/a/mounted", 64 * 1024);
+  if (!mount.mounted()) GTEST_SKIP() << "needs root for a small tmpfs: " << mount.reason();
+  test::writeFile(folder_ + "/a/mounted/kept", "on another file system");
+  test::writeFile(folder_ + "/a/local", "x");
+  auto removed = sys::removePath(folder_, sys::Removal::Tree);
+  ASSERT_FALSE(removed.ok());
+  EXPECT_TRUE(removed.error().isErrno(EXDEV)) << removed.error().describe();
+  EXPECT_TRUE(test::exists(folder_ + "/a/mounted/kept"));
+  EXPECT_FALSE(test::exists(folder_ + "/a/local"));
 }
 
 }  // namespace

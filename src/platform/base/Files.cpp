@@ -34,6 +34,7 @@ Result<UniqueFd> openFolder(const std::string& folder) {
 }
 
 Result<void> removeContents(int dirFd, dev_t device);
+Result<void> removeEntry(int dirFd, const std::string& name, Removal how, const dev_t* device);
 
 // A directory stream over a folder already open, leaving that descriptor open.
 Result<UniqueDir> listingOf(int dirFd) {
@@ -69,7 +70,9 @@ Result<void> removeContents(int dirFd, dev_t device) {
   }
   Result<void> result = success();
   for (const std::string& n : names) {
-    auto r = removeAt(dirFd, n, Removal::Tree);
+    // Every level is held to the device of the folder the removal began
+    // in: a file system mounted below it is left as it is.
+    auto r = removeEntry(dirFd, n, Removal::Tree, &device);
     if (!r && !r.error().isErrno(ENOENT) && result) result = r;
   }
   return result;
@@ -302,7 +305,10 @@ Result<UniqueFd> openForOverwrite(const std::string& path, mode_t createMode) {
   return fd;
 }
 
-Result<void> removeAt(int dirFd, const std::string& name, Removal how) {
+namespace {
+
+// `device`: the file system a tree removal began on, or null at its top.
+Result<void> removeEntry(int dirFd, const std::string& name, Removal how, const dev_t* device) {
   if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
     return SysError::fromErrno(EINVAL);
   struct stat st {};
@@ -312,7 +318,14 @@ Result<void> removeAt(int dirFd, const std::string& name, Removal how) {
     return success();
   }
   if (how != Removal::Tree) return SysError::fromErrno(EISDIR);
+  if (device && st.st_dev != *device) return SysError::fromErrno(EXDEV);
   return removeFolderAt(dirFd, name, st.st_dev);
+}
+
+}  // namespace
+
+Result<void> removeAt(int dirFd, const std::string& name, Removal how) {
+  return removeEntry(dirFd, name, how, nullptr);
 }
 
 Result<void> removePath(const std::string& path, Removal how) {
