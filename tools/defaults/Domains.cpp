@@ -1,13 +1,13 @@
 #include "Domains.h"
 
 #include <dirent.h>
-#include <pwd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "ToolFiles.h"
+#include "platform/base/HomeFolder.h"
+#include "platform/base/Owners.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
@@ -18,10 +18,10 @@ namespace {
 
 const char kGlobalFile[] = ".GlobalPreferences";
 
+// "/" where no home folder is known, so that paths below stay absolute.
 std::string homeFolder() {
-  if (const char* h = std::getenv("HOME"); h && *h) return h;
-  if (const passwd* pw = getpwuid(getuid()); pw && pw->pw_dir) return pw->pw_dir;
-  return "/";
+  std::string home = sys::homeFolder();
+  return home.empty() ? "/" : home;
 }
 
 }  // namespace
@@ -74,14 +74,13 @@ bool saveDomain(const std::string& path, const Dictionary& d, std::string& error
 
 std::vector<std::string> domainNames() {
   std::vector<std::string> names;
-  DIR* dir = ::opendir(preferencesFolder().c_str());
+  sys::UniqueDir dir(::opendir(preferencesFolder().c_str()));
   if (!dir) return names;
-  while (dirent* e = ::readdir(dir)) {
+  while (dirent* e = ::readdir(dir.get())) {
     std::string name = e->d_name;
     if (!ns::hasSuffix(name, ".plist") || name[0] == '.') continue;
     names.push_back(name.substr(0, name.size() - 6));
   }
-  ::closedir(dir);
   std::sort(names.begin(), names.end());
   return names;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "platform/base/HomeFolder.h"
 #include "platform/base/Owners.h"
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
@@ -166,9 +167,7 @@ std::vector<std::string> xdgDataDirectories() {
   if (dataHome && dataHome[0] == '/') {
     dirs.emplace_back(dataHome);
   } else {
-    const char* home = std::getenv("HOME");
-    std::string h = home && *home ? home : g_get_home_dir();
-    dirs.push_back(h + "/.local/share");
+    dirs.push_back(sys::homeFolder() + "/.local/share");
   }
   const char* dataDirs = std::getenv("XDG_DATA_DIRS");
   std::string list = dataDirs && *dataDirs ? dataDirs : "/usr/local/share/:/usr/share/";
