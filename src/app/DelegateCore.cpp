@@ -8,8 +8,8 @@ WFHelperAppDelegate* gShared = nullptr;
 
 WFHelperAppDelegate::WFHelperAppDelegate(platform::Services services) : services_(services) {
   gShared = this;
-  if (services_.log) previousLogSink_ = setNSLogSink(services_.log);
-  setPathEnvironment(services_.environment);
+  previousLogSink_ = setNSLogSink(services_.log.get());
+  setPathEnvironment(services_.environment.get());
 }
 
 WFHelperAppDelegate::~WFHelperAppDelegate() {
@@ -18,7 +18,7 @@ WFHelperAppDelegate::~WFHelperAppDelegate() {
   // The log and the environment may go with the services: later lines go
   // where they went before the delegate, and the path functions find no
   // Library folder.
-  if (services_.log) setNSLogSink(previousLogSink_);
+  setNSLogSink(previousLogSink_);
   setPathEnvironment(nullptr);
 }
 
@@ -26,7 +26,7 @@ WFHelperAppDelegate* WFHelperAppDelegate::shared() { return gShared; }
 
 bool isMailRunning() {
   WFHelperAppDelegate* delegate = WFHelperAppDelegate::shared();
-  if (!delegate || !delegate->services().workspace) return false;
+  if (!delegate) return false;
   for (const std::string& id : delegate->services().workspace->runningApplicationIdentifiers())
     if (id == "com.apple.mail") return true;
   return false;

@@ -11,7 +11,7 @@ namespace {
 
 // The notifications of the plug-in and their handlers, in registration order.
 void observePlugInNotifications(WFHelperAppDelegate* self) {
-  platform::NotificationCenter* center = self->services().notifications;
+  platform::NotificationCenter* center = self->services().notifications.get();
   center->addObserver("WrenfoldPreferencesDidChange",
                       [self](const platform::Notification& n) { self->preferencesDidChange(&n); });
   center->addObserver("WrenfoldKeywordListWasSaved",

@@ -23,7 +23,7 @@ std::optional<Context> loginItemsContext() {
   WFHelperAppDelegate* delegate = WFHelperAppDelegate::shared();
   if (!delegate) return std::nullopt;
   platform::Services& services = delegate->services();
-  if (!services.loginItems || !services.environment) return std::nullopt;
+  if (!services.loginItems) return std::nullopt;
   return Context{services.loginItems, services.environment->bundlePath(),
                  services.environment->bundleIdentifier()};
 }

@@ -80,18 +80,17 @@ int main(int argc, char** argv) {
   ProcessDefaults defaults(parseArgumentDomain(argumentDomainWords(line)),
                            ProcessEnvironment::ownDefaultsFile());
 
-  Services services;
-  services.clock = &clock;
-  services.loop = &loop;
-  services.log = &log;
-  services.notifications = &notifications;
-  services.workspace = &workspace;
-  services.defaults = &defaults;
-  services.environment = &environment;
-  services.fileEvents = &fileEvents;
-  services.scripting = &scripting;
-  services.loginItems = &loginItems;
-  services.urlHandlers = &urlHandlers;
+  Services services{.clock = clock,
+                    .loop = loop,
+                    .log = log,
+                    .notifications = notifications,
+                    .workspace = workspace,
+                    .defaults = defaults,
+                    .environment = environment,
+                    .fileEvents = fileEvents,
+                    .scripting = &scripting,
+                    .loginItems = &loginItems,
+                    .urlHandlers = &urlHandlers};
 
   WFHelperAppDelegate delegate(services);
   loop.terminateOnSignals();

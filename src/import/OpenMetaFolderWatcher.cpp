@@ -39,7 +39,7 @@ void importSlices(const std::shared_ptr<const std::vector<std::string>>& message
   d->delayedImport(std::vector<std::string>(messages->begin() + static_cast<std::ptrdiff_t>(first),
                                             messages->begin() + static_cast<std::ptrdiff_t>(end)));
   if (end >= messages->size()) return;
-  if (auto* again = WFHelperAppDelegate::shared(); again && again->services().loop)
+  if (auto* again = WFHelperAppDelegate::shared())
     again->services().loop->performAfterDelay(0, [messages, end] { importSlices(messages, end); });
 }
 
@@ -82,7 +82,7 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
   _openMetaStreamUnusable = false;
 
   // Without a Library folder there is no store to watch: no stream is made.
-  if (path && services().fileEvents) {
+  if (path) {
     platform::FileEventStreamParams params;
     params.paths = {*path};
     params.latency = kOpenMetaStreamLatency;
@@ -126,7 +126,7 @@ void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths) {
   if (messages.empty()) return;
 
   WFHelperAppDelegate* delegate = WFHelperAppDelegate::shared();
-  if (!delegate || !delegate->services().loop) return;
+  if (!delegate) return;
   auto shared = std::make_shared<const std::vector<std::string>>(std::move(messages));
   delegate->services().loop->performAfterDelay(kOpenMetaImportDelay,
                                                [shared] { importSlices(shared, 0); });

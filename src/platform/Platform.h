@@ -156,16 +156,33 @@ class FileEventStreamFactory {
                                                   FileEventCallback callback) = 0;
 };
 
-// Everything the delegate reaches the system through.
+// A service the delegate cannot work without: bound to an object when the
+// services are put together, never null, used like a pointer.
+template <class T>
+class Required {
+ public:
+  Required(T& service) : service_(&service) {}  // NOLINT(google-explicit-constructor)
+  T* operator->() const { return service_; }
+  T& operator*() const { return *service_; }
+  T* get() const { return service_; }
+
+ private:
+  T* service_;
+};
+
+// Everything the delegate reaches the system through. The first eight are
+// required (a Services cannot be made without them); the applications the
+// helper talks to through the last three may be left out, as unit tests
+// of other parts do, and the delegate then skips what needs them.
 struct Services {
-  Clock* clock = nullptr;
-  MainLoop* loop = nullptr;
-  Log* log = nullptr;
-  NotificationCenter* notifications = nullptr;
-  Workspace* workspace = nullptr;
-  UserDefaults* defaults = nullptr;
-  Environment* environment = nullptr;
-  FileEventStreamFactory* fileEvents = nullptr;
+  Required<Clock> clock;
+  Required<MainLoop> loop;
+  Required<Log> log;
+  Required<NotificationCenter> notifications;
+  Required<Workspace> workspace;
+  Required<UserDefaults> defaults;
+  Required<Environment> environment;
+  Required<FileEventStreamFactory> fileEvents;
   class Scripting* scripting = nullptr;      // platform/Scripting.h
   class LoginItems* loginItems = nullptr;    // platform/LoginItems.h
   class UrlHandlers* urlHandlers = nullptr;  // platform/UrlHandlers.h

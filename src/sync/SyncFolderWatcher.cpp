@@ -46,8 +46,7 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
   params.latency = kSyncFolderLatency;
   params.ignoreSelf = true;
   params.fileEvents = true;
-  if (auto* factory = services().fileEvents)
-    _syncFolderStreamRef = factory->create(params, fseventsSyncFolder_callback);
+  _syncFolderStreamRef = services().fileEvents->create(params, fseventsSyncFolder_callback);
 
   if (_syncFolderStreamRef) {
     if (_syncFolderStreamRef->start()) {

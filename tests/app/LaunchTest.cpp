@@ -308,7 +308,7 @@ class RaisingLoop : public test::FakeLoop {
 TEST_F(LaunchTest, AnExceptionInTheFirstRunEndsThatRunNotTheLaunch) {
   RaisingLoop loop(p.clock);
   platform::Services services = p.services();
-  services.loop = &loop;
+  services.loop = loop;
   WFHelperAppDelegate d(services);
   EXPECT_NO_THROW(d.applicationDidFinishLaunching());
   EXPECT_TRUE(p.log.contains("An uncaught exception was raised\n*** the exchange failed"));

@@ -73,7 +73,7 @@ class WiringTest : public ::testing::Test {
   test::FakePlatform p;
   RecordingLoginItems loginItems;
   RecordingUrlHandlers urlHandlers{p.log};
-  platform::Services services;
+  platform::Services services = p.services();
 };
 
 TEST_F(WiringTest, UrlSchemesAreTheFirstStepOfLaunch) {

@@ -138,7 +138,7 @@ TEST_F(OpenMetaFolderWatcher, StopStopsThenReleasesTheStream) {
   setLogOpenMeta(true);
   OrderedStreamFactory factory;
   platform::Services services = fake.services();
-  services.fileEvents = &factory;
+  services.fileEvents = factory;
   delegate.reset();
   delegate = std::make_unique<WFHelperAppDelegate>(services);
   ASSERT_EQ(delegate->startOpenMetaFolderWatcher(), 1);

@@ -186,16 +186,14 @@ std::vector<std::string> folderEntries(const std::string& folder) {
 FakePlatform::FakePlatform() : environment(dir.path()) { mkdir(library().c_str(), 0755); }
 
 platform::Services FakePlatform::services() {
-  platform::Services s;
-  s.clock = &clock;
-  s.loop = &loop;
-  s.log = &log;
-  s.notifications = &notifications;
-  s.workspace = &workspace;
-  s.defaults = &defaults;
-  s.environment = &environment;
-  s.fileEvents = &fileEvents;
-  return s;
+  return platform::Services{.clock = clock,
+                            .loop = loop,
+                            .log = log,
+                            .notifications = notifications,
+                            .workspace = workspace,
+                            .defaults = defaults,
+                            .environment = environment,
+                            .fileEvents = fileEvents};
 }
 
 }  // namespace wf::test

@@ -145,7 +145,7 @@ class RealSyncFolderWatcherTest : public SyncTest {
   void SetUp() override {
     SyncTest::SetUp();
     services = platform.services();
-    services.fileEvents = &factory;
+    services.fileEvents = factory;
     delegate.reset();
     delegate = std::make_unique<WFHelperAppDelegate>(services);
   }
@@ -156,7 +156,7 @@ class RealSyncFolderWatcherTest : public SyncTest {
     foreignWrite(syncFile(name), bytes);
   }
 
-  platform::Services services;
+  platform::Services services = platform.services();
   platform::InotifyFileEventStreamFactory factory{platform.log};
 };
 
