@@ -16,6 +16,7 @@
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
 #include "support/Harness.h"
+#include "support/Messages.h"
 
 namespace wf::e2e {
 namespace {
@@ -65,10 +66,7 @@ Value attribute(const std::string& path, const std::string& key) {
 
 std::string message(const Dictionary& wrenfold) {
   std::string body = "From: someone@example.org\r\nSubject: hello\r\n\r\nHello.\r\n";
-  std::string trailer;
-  plist::toXML(Value(Dictionary{{"flags", Value(8590195717LL)}, {"wrenfold", Value(wrenfold)}}),
-               trailer);
-  return std::to_string(body.size()) + "\n" + body + trailer;
+  return test::wrenfoldMessage(body, wrenfold);
 }
 
 Value strings(std::initializer_list<const char*> items) {

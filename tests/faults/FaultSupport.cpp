@@ -20,13 +20,6 @@ namespace fs = std::filesystem;
 
 namespace wf::faults {
 
-std::string emlxBytes(const std::string& body, const Dictionary& wrenfold) {
-  std::string trailer;
-  plist::toXML(Value(Dictionary{{"wrenfold", Value(wrenfold)}, {"flags", Value(8590195841LL)}}),
-               trailer);
-  return std::to_string(body.size()) + "\n" + body + trailer;
-}
-
 void writeMessage(const std::string& path, const std::string& bytes) {
   test::writeFile(path, bytes);
   setSpotlightAttribute(path, "kMDItemWrenfoldTimeStamp", Value(Date{100.0}));

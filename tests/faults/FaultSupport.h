@@ -1,5 +1,5 @@
-// Small helpers of the fault and security tests: message files as Mail
-// writes them, Spotlight attributes as the helper reads them, and walks of
+// Small helpers of the fault and security tests: message files with the
+// plug-in's time stamp, Spotlight attributes as the helper reads them, and walks of
 // a folder tree for temporary files and for every file's bytes.
 #pragma once
 
@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "platform/plist/Value.h"
+#include "support/Messages.h"
 
 namespace wf::faults {
 
-// An emlx file: the byte count line, the message, the trailing plist with
-// a "wrenfold" dictionary.
-std::string emlxBytes(const std::string& body, const Dictionary& wrenfold);
+using test::wrenfoldMessage;
+
 // Writes the file and gives it the plug-in's time stamp attribute (a date
 // long past), which the watcher needs before it imports a message.
 void writeMessage(const std::string& path, const std::string& bytes);

@@ -8,6 +8,7 @@
 
 #include "paths/Paths.h"
 #include "platform/plist/PropertyList.h"
+#include "support/KeyedLines.h"
 
 namespace {
 
@@ -37,22 +38,6 @@ extern "C" int lsetxattr(const char* path, const char* name, const void* value, 
 }
 
 namespace wf::test {
-
-std::string emlxBytes(const std::string& body, const std::string& trailer) {
-  return std::to_string(body.size()) + "\n" + body + trailer;
-}
-
-std::string xmlTrailer(const Value& trailer) {
-  std::string out;
-  if (!plist::toXML(trailer, out)) throw std::runtime_error("trailer cannot be serialised");
-  return out;
-}
-
-std::string wrenfoldTrailer(const Dictionary& wrenfold) {
-  return xmlTrailer(Value(Dictionary{{"flags", Value(8590195717LL)},
-                                     {"date-received", Value(1700000000)},
-                                     {"wrenfold", Value(wrenfold)}}));
-}
 
 void setSpotlightAttribute(const std::string& path, const std::string& key, const Value& value) {
   std::string bytes;
@@ -138,17 +123,7 @@ std::string ImportFixture::stubFolder() const {
 }
 
 std::vector<std::string> ImportFixture::keyedMessages(const std::string& selector) const {
-  std::string head = "(logOpenMeta)-[WFHelperAppDelegate " + selector + "]: ";
-  std::vector<std::string> out;
-  for (const auto& line : fake.log.lines) {
-    if (line.rfind(head, 0) != 0) continue;
-    std::size_t numberEnd = line.find(": ", head.size());
-    if (numberEnd == std::string::npos) continue;
-    std::string number = line.substr(head.size(), numberEnd - head.size());
-    if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) continue;
-    out.push_back(line.substr(numberEnd + 2));
-  }
-  return out;
+  return test::keyedMessages(fake.log, "logOpenMeta", "-[WFHelperAppDelegate " + selector + "]");
 }
 
 }  // namespace wf::test

@@ -8,15 +8,9 @@
 
 #include "app/WFHelperAppDelegate.h"
 #include "support/Fakes.h"
+#include "support/Messages.h"
 
 namespace wf::test {
-
-// A message file: the count line, the body, the trailer's bytes.
-std::string emlxBytes(const std::string& body, const std::string& trailer);
-// The trailer as Mail writes it: an XML property list.
-std::string xmlTrailer(const Value& trailer);
-// A trailer holding only the plug-in's dictionary.
-std::string wrenfoldTrailer(const Dictionary& wrenfold);
 
 // The Spotlight-visible attributes of a file, set and read raw.
 void setSpotlightAttribute(const std::string& path, const std::string& key, const Value& value);
