@@ -51,6 +51,10 @@
 
 namespace wf {
 
+namespace platform {
+class ExtendedAttributes;
+}
+
 // Whether OpenMeta operations may show authentication dialogs. Initially
 // true; getUserTags() turns it off for the length of its corrective writes.
 // Nothing on Linux shows such dialogs; the flag is kept for callers that
@@ -113,6 +117,9 @@ class OpenMeta {
                                    const std::string& path);
   static Value getXAttrMetaData(const std::string& metaDataKey, const std::string& path,
                                 OptError* error);
+  // For tests: read and write the values through `attributes` instead of
+  // the file system's own calls; nullptr goes back to those.
+  static void setExtendedAttributesForTesting(platform::ExtendedAttributes* attributes);
 
   // ---- Platform generation ---------------------------------------------
 

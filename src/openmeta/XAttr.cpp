@@ -1,12 +1,11 @@
 // The lowest layer of the store: attribute names, the size limit, the
 // system calls and their errors.
-#include <sys/xattr.h>
-
 #include <cerrno>
 #include <cstring>
 
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
+#include "platform/ExtendedAttributes.h"
 
 namespace wf {
 
@@ -17,7 +16,17 @@ namespace {
 
 std::string systemName(const std::string& name) { return OpenMeta::kAttributeNamespace + name; }
 
+platform::ExtendedAttributes* gTestAttributes = nullptr;
+
+platform::ExtendedAttributes& attributes() {
+  return gTestAttributes ? *gTestAttributes : platform::systemExtendedAttributes();
+}
+
 }  // namespace
+
+void OpenMeta::setExtendedAttributesForTesting(platform::ExtendedAttributes* replacement) {
+  gTestAttributes = replacement;
+}
 
 std::string OpenMeta::spotlightKey(std::string_view key) {
   return std::string("com.apple.metadata:").append(key);
@@ -53,14 +62,14 @@ OptError OpenMeta::setXAttr(const Value& plist, const std::string& name, const s
     haveBytes = true;
   }
 
-  int result;
+  sys::Result<void> result = sys::success();
   if (haveBytes) {
     if (bytes.size() > kMaxValueSize) return storeError(kTooBigError, kMetaDataTooBig);
-    result = lsetxattr(path.c_str(), attribute.c_str(), bytes.data(), bytes.size(), 0);
+    result = attributes().set(path, attribute, bytes);
   } else {
-    result = lremovexattr(path.c_str(), attribute.c_str());
+    result = attributes().remove(path, attribute);
   }
-  if (result != 0) return posixError(errno);
+  if (!result) return posixError(result.error().errnoValue());
   return std::nullopt;
 }
 
@@ -70,20 +79,16 @@ Value OpenMeta::getXAttr(const std::string& name, const std::string& path, OptEr
     return Value();
   }
   const std::string attribute = systemName(name);
-  char buffer[kMaxValueSize];
-  // A zero-length attribute reports whatever errno holds; start from 0 so
-  // that it is the same every time.
-  errno = 0;
-  const ssize_t length = lgetxattr(path.c_str(), attribute.c_str(), buffer, sizeof buffer);
-  if (length <= 0) {
-    const int err = errno;
+  const sys::Result<std::string> value = attributes().get(path, attribute, kMaxValueSize);
+  if (!value || value->empty()) {
+    // A zero-length attribute is an error with no errno (0).
+    const int err = value ? 0 : value.error().errnoValue();
     if (err == ENODATA || err == EINVAL) return Value();
     if (error) *error = posixError(err);
     return Value();
   }
   OptError parseError;
-  Value v = openmeta::decodeAttributeValue(
-      std::string_view(buffer, static_cast<std::size_t>(length)), &parseError);
+  Value v = openmeta::decodeAttributeValue(*value, &parseError);
   if (v.isNil()) {
     if (error) *error = std::move(parseError);
     return Value();

@@ -17,6 +17,7 @@
 #include "platform/linux/SystemLog.h"
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/MainLoopPump.h"
 
 namespace wf::platform {
 namespace {
@@ -92,29 +93,12 @@ TEST(SystemClockTest, CountsFromTheReferenceDate) {
   EXPECT_NEAR(clock.now(), unixNow - 978307200.0, 5.0);
 }
 
-// Pumps the default main context until pred holds, at most `seconds`.
-bool pumpUntil(const std::function<bool()>& pred, double seconds) {
-  gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(seconds * G_USEC_PER_SEC);
-  bool timedOut = false;
-  guint guard = g_timeout_add(
-      static_cast<guint>(seconds * 1000),
-      [](gpointer p) -> gboolean {
-        *static_cast<bool*>(p) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &timedOut);
-  while (!pred() && !timedOut && g_get_monotonic_time() < deadline)
-    g_main_context_iteration(nullptr, TRUE);
-  if (!timedOut) g_source_remove(guard);
-  return pred();
-}
-
 TEST(GLibMainLoopTest, DelayedCallsRunInOrderOfTheirDelay) {
   GLibMainLoop loop;
   std::vector<int> order;
   loop.performAfterDelay(0.05, [&] { order.push_back(2); });
   loop.performAfterDelay(0.0, [&] { order.push_back(1); });
-  ASSERT_TRUE(pumpUntil([&] { return order.size() == 2; }, 10));
+  ASSERT_TRUE(test::runUntil([&] { return order.size() == 2; }, 10));
   EXPECT_EQ(order, (std::vector<int>{1, 2}));
 }
 
@@ -127,7 +111,7 @@ TEST(GLibMainLoopTest, CancelledCallNeverRuns) {
   loop.cancel(id);      // twice: ignored
   loop.cancel(999999);  // unknown: ignored
   loop.performAfterDelay(0.05, [&] { laterRan = true; });
-  ASSERT_TRUE(pumpUntil([&] { return laterRan; }, 10));
+  ASSERT_TRUE(test::runUntil([&] { return laterRan; }, 10));
   EXPECT_FALSE(cancelledRan);
 }
 
@@ -146,7 +130,7 @@ TEST(GLibMainLoopTest, ExceptionInACallIsLoggedAndTheLoopGoesOn) {
   bool after = false;
   loop.performAfterDelay(0.0, [] { throw NSException("*** boom"); });
   loop.performAfterDelay(0.02, [&] { after = true; });
-  ASSERT_TRUE(pumpUntil([&] { return after; }, 10));
+  ASSERT_TRUE(test::runUntil([&] { return after; }, 10));
   EXPECT_EQ(log.lines, std::vector<std::string>{"An uncaught exception was raised\n*** boom"});
   setNSLogSink(nullptr);
 }
@@ -158,7 +142,7 @@ TEST(GLibMainLoopTest, ACallMayScheduleTheNext) {
     if (++runs < 3) loop.performAfterDelay(0.0, again);
   };
   loop.performAfterDelay(0.0, again);
-  ASSERT_TRUE(pumpUntil([&] { return runs == 3; }, 10));
+  ASSERT_TRUE(test::runUntil([&] { return runs == 3; }, 10));
 }
 
 class EnvironmentTest : public ::testing::Test {

@@ -8,48 +8,12 @@
 #include "platform/UrlHandlers.h"
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/LoginItemFakes.h"
 
 namespace wf {
 namespace {
 
 using platform::Terminated;
-
-class RecordingLoginItems : public platform::LoginItems {
- public:
-  std::vector<platform::LoginItem> snapshot() override { return items; }
-  bool remove(const platform::LoginItem& item) override {
-    for (auto it = items.begin(); it != items.end(); ++it)
-      if (it->token == item.token) {
-        items.erase(it);
-        ++removed;
-        return true;
-      }
-    return false;
-  }
-  bool insertLast(const std::string& name, const std::string& path,
-                  const std::string& id) override {
-    items.push_back({id + ".desktop", name, path, id});
-    ++inserted;
-    return true;
-  }
-  std::vector<platform::LoginItem> items;
-  int removed = 0, inserted = 0;
-};
-
-class RecordingUrlHandlers : public platform::UrlHandlers {
- public:
-  explicit RecordingUrlHandlers(test::FakeLog& log) : log_(log) {}
-  long setDefaultHandlerForURLScheme(const std::string& scheme, const std::string& id) override {
-    calls.push_back(scheme + " -> " + id);
-    linesBefore.push_back(log_.lines.size());
-    return 0;
-  }
-  std::vector<std::string> calls;
-  std::vector<std::size_t> linesBefore;
-
- private:
-  test::FakeLog& log_;
-};
 
 class WiringTest : public ::testing::Test {
  protected:
@@ -71,18 +35,19 @@ class WiringTest : public ::testing::Test {
   }
 
   test::FakePlatform p;
-  RecordingLoginItems loginItems;
-  RecordingUrlHandlers urlHandlers{p.log};
+  test::FakeLoginItems loginItems;
+  test::FakeUrlHandlers urlHandlers{p.log};
   platform::Services services = p.services();
 };
 
 TEST_F(WiringTest, UrlSchemesAreTheFirstStepOfLaunch) {
   WFHelperAppDelegate d(services);
   d.applicationDidFinishLaunching();
-  EXPECT_EQ(urlHandlers.calls,
-            (std::vector<std::string>{"wrenfoldlog -> com.apple.mail",
-                                      "wrenfoldkeyword -> com.apple.mail", "wfkw -> com.apple.mail",
-                                      "wrenfoldproject -> com.apple.mail"}));
+  EXPECT_EQ(urlHandlers.calls, (std::vector<std::pair<std::string, std::string>>{
+                                   {"wrenfoldlog", "com.apple.mail"},
+                                   {"wrenfoldkeyword", "com.apple.mail"},
+                                   {"wfkw", "com.apple.mail"},
+                                   {"wrenfoldproject", "com.apple.mail"}}));
   for (std::size_t n : urlHandlers.linesBefore) EXPECT_EQ(n, 0u);  // before the banner
 }
 
@@ -91,7 +56,7 @@ TEST_F(WiringTest, MissingPlugInRemovesTheLoginItem) {
   addOwnItem();
   WFHelperAppDelegate d(services);
   EXPECT_THROW(d.applicationDidFinishLaunching(), Terminated);
-  EXPECT_EQ(loginItems.removed, 1);
+  EXPECT_EQ(loginItems.removed.size(), 1u);
   EXPECT_TRUE(loginItems.items.empty());
 }
 

@@ -142,7 +142,8 @@ TEST_F(DiskFaults, FullDiskUnderTheMailStoreNeverChangesAMessage) {
   std::map<std::string, std::string> before;
   for (int i = 0; i < 20; ++i) {
     std::string path = mailbox() + "/" + std::to_string(100 + i) + ".emlx";
-    writeMessage(path, emlxBytes("Subject: full\n\nbody " + std::to_string(i) + "\n",
+    writeMessage(path,
+                 wrenfoldMessage("Subject: full\n\nbody " + std::to_string(i) + "\n",
                                  {{"wrenfoldKeyWords", Value(Array{Value("alpha"), Value("beta")})},
                                   {"wrenfoldAnnotation", Value(std::string(2000, 'n'))}}));
     before[path] = readFile(path);

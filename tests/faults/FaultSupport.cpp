@@ -6,7 +6,6 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -20,37 +19,9 @@ namespace fs = std::filesystem;
 
 namespace wf::faults {
 
-std::string emlxBytes(const std::string& body, const Dictionary& wrenfold) {
-  std::string trailer;
-  plist::toXML(Value(Dictionary{{"wrenfold", Value(wrenfold)}, {"flags", Value(8590195841LL)}}),
-               trailer);
-  return std::to_string(body.size()) + "\n" + body + trailer;
-}
-
 void writeMessage(const std::string& path, const std::string& bytes) {
   test::writeFile(path, bytes);
   setSpotlightAttribute(path, "kMDItemWrenfoldTimeStamp", Value(Date{100.0}));
-}
-
-void setSpotlightAttribute(const std::string& path, const std::string& key, const Value& value) {
-  std::string bytes;
-  if (!plist::toXML(value, bytes)) throw std::runtime_error("cannot encode " + key);
-  std::string name = "user.com.apple.metadata:" + key;
-  if (lsetxattr(path.c_str(), name.c_str(), bytes.data(), bytes.size(), 0) != 0)
-    throw std::runtime_error("cannot set " + name + " on " + path);
-}
-
-Value spotlightAttribute(const std::string& path, const std::string& key) {
-  std::string name = "user.com.apple.metadata:" + key;
-  char buffer[8192];
-  ssize_t n = lgetxattr(path.c_str(), name.c_str(), buffer, sizeof buffer);
-  if (n < 0) return {};
-  return plist::parse(std::string_view(buffer, static_cast<std::size_t>(n)));
-}
-
-bool hasSpotlightAttribute(const std::string& path, const std::string& key) {
-  std::string name = "user.com.apple.metadata:" + key;
-  return lgetxattr(path.c_str(), name.c_str(), nullptr, 0) >= 0;
 }
 
 std::map<std::string, std::string> filesBelow(const std::string& root) {
@@ -80,13 +51,6 @@ std::vector<std::string> temporariesBelow(const std::string& root) {
 }
 
 void makeFolders(const std::string& path) { fs::create_directories(path); }
-
-void setRawSpotlightAttribute(const std::string& path, const std::string& key,
-                              const std::string& bytes) {
-  std::string name = "user.com.apple.metadata:" + key;
-  if (lsetxattr(path.c_str(), name.c_str(), bytes.data(), bytes.size(), 0) != 0)
-    throw std::runtime_error("cannot set " + name + " on " + path);
-}
 
 ToolRun runTool(const std::vector<std::string>& argv, double seconds) {
   ToolRun run;

@@ -1,5 +1,5 @@
-// Small helpers of the fault and security tests: message files as Mail
-// writes them, Spotlight attributes as the helper reads them, and walks of
+// Small helpers of the fault and security tests: message files with the
+// plug-in's time stamp, Spotlight attributes as the helper reads them, and walks of
 // a folder tree for temporary files and for every file's bytes.
 #pragma once
 
@@ -10,20 +10,21 @@
 #include <vector>
 
 #include "platform/plist/Value.h"
+#include "support/Attributes.h"
+#include "support/Messages.h"
 
 namespace wf::faults {
 
-// An emlx file: the byte count line, the message, the trailing plist with
-// a "wrenfold" dictionary.
-std::string emlxBytes(const std::string& body, const Dictionary& wrenfold);
+using test::wrenfoldMessage;
+
 // Writes the file and gives it the plug-in's time stamp attribute (a date
 // long past), which the watcher needs before it imports a message.
 void writeMessage(const std::string& path, const std::string& bytes);
 
-// The Spotlight attribute `key` of a file ("user.com.apple.metadata:" + key).
-void setSpotlightAttribute(const std::string& path, const std::string& key, const Value& value);
-Value spotlightAttribute(const std::string& path, const std::string& key);
-bool hasSpotlightAttribute(const std::string& path, const std::string& key);
+using test::hasSpotlightAttribute;
+using test::setRawSpotlightAttribute;
+using test::setSpotlightAttribute;
+using test::spotlightAttribute;
 
 // Every regular file below `root` (links not followed) with its bytes.
 std::map<std::string, std::string> filesBelow(const std::string& root);
@@ -32,10 +33,6 @@ std::map<std::string, std::string> filesBelow(const std::string& root);
 std::vector<std::string> temporariesBelow(const std::string& root);
 
 void makeFolders(const std::string& path);
-
-// The attribute's bytes as given, not encoded (hostile values).
-void setRawSpotlightAttribute(const std::string& path, const std::string& key,
-                              const std::string& bytes);
 
 // A command run to its end or killed after `seconds`.
 struct ToolRun {

@@ -86,7 +86,7 @@ TEST_F(ImportFaults, ImportsThatCannotBeKeptSettleAfterTheirFollowUp) {
   for (auto& [name, wrenfold] : unkept) {
     wrenfold.insert_or_assign("wrenfoldPriority", Value(2));
     paths.push_back(mailbox() + "/" + name);
-    writeMessage(paths.back(), emlxBytes("Subject: " + name + "\n\nbody\n", wrenfold));
+    writeMessage(paths.back(), wrenfoldMessage("Subject: " + name + "\n\nbody\n", wrenfold));
   }
   paths.push_back(mailbox() + "/fraction.emlx");
   writeMessage(paths.back(), binaryEmlx("Subject: fraction\n\nbody\n",
@@ -131,8 +131,8 @@ TEST_F(ImportFaults, ImportsThatCannotBeKeptSettleAfterTheirFollowUp) {
 
   // Changed by another hand, the message is imported again.
   std::string note = mailbox() + "/note.emlx";
-  writeMessage(note,
-               emlxBytes("Subject: note\n\nbody\n", {{"wrenfoldAnnotation", Value("short")}}));
+  writeMessage(
+      note, wrenfoldMessage("Subject: note\n\nbody\n", {{"wrenfoldAnnotation", Value("short")}}));
   EXPECT_TRUE(waitForFiles(
       s, [&] { return spotlightAttribute(note, "kMDItemComment") == Value("short"); }, 30))
       << s.stderrText();
@@ -191,7 +191,7 @@ TEST_F(ImportFaults, HelperKilledInsideAnImportLeavesTheMessageToTheNextChange) 
       if (!waitForFiles(
               s, [&] { return readFile(straceLog).find("attached") != std::string::npos; }, 10))
         GTEST_SKIP() << "strace cannot attach here: " << readFile(straceLog);
-      writeMessage(path, emlxBytes("Subject: " + path + "\n\nbody\n", wrenfold));
+      writeMessage(path, wrenfoldMessage("Subject: " + path + "\n\nbody\n", wrenfold));
       ASSERT_TRUE(s.waitUntil([&] { return !s.helperRunning() || imports(path) >= 2; }, 40))
           << s.stderrText();
       if (s.helperRunning()) {
@@ -221,8 +221,8 @@ TEST_F(ImportFaults, HelperKilledInsideAnImportLeavesTheMessageToTheNextChange) 
 TEST_F(ImportFaults, NameThatIsNotUtf8IsSkippedWithOneLine) {
   std::string bad = mailbox() + "/\xff\xfe.emlx";
   std::string good = mailbox() + "/9.emlx";
-  writeMessage(bad, emlxBytes("Subject: bad\n\nbody\n", {}));
-  writeMessage(good, emlxBytes("Subject: good\n\nbody\n", {}));
+  writeMessage(bad, wrenfoldMessage("Subject: bad\n\nbody\n", {}));
+  writeMessage(good, wrenfoldMessage("Subject: good\n\nbody\n", {}));
   tag(bad);
   tag(good);
   launch();

@@ -32,7 +32,8 @@ class MessageBurst : public StoreFixture {
       makeFolders(folder);
       for (int i = 0; i < kPerMailbox; ++i) {
         std::string path = folder + "/" + std::to_string(box * kPerMailbox + i) + ".emlx";
-        writeMessage(path, emlxBytes("Subject: burst " + std::to_string(i) + "\n\nbody\n", {}));
+        writeMessage(path,
+                     wrenfoldMessage("Subject: burst " + std::to_string(i) + "\n\nbody\n", {}));
         paths.push_back(path);
       }
     }
@@ -71,8 +72,9 @@ class MessageBurst : public StoreFixture {
       if (!stubWritten(path)) ++missing;
     EXPECT_EQ(missing, 0);
     for (std::size_t i = 0; i < paths.size(); i += 997)
-      EXPECT_EQ(readFile(paths[i]),
-                emlxBytes("Subject: burst " + std::to_string(i % kPerMailbox) + "\n\nbody\n", {}));
+      EXPECT_EQ(
+          readFile(paths[i]),
+          wrenfoldMessage("Subject: burst " + std::to_string(i % kPerMailbox) + "\n\nbody\n", {}));
     ASSERT_TRUE(s.roundTrip(30));
     EXPECT_TRUE(temporariesBelow(s.home()).empty());
     EXPECT_TRUE(s.helperRunning());

@@ -17,6 +17,7 @@
 #include "platform/linux/InotifyFileEventStream.h"
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/MainLoopPump.h"
 
 namespace fs = std::filesystem;
 
@@ -110,7 +111,7 @@ class StubNames : public ::testing::Test {
   std::string store() const { return p.library() + "/Mail/V2/Mailbox.mbox/Messages"; }
   // A message another application tagged after the plug-in's stamp.
   void importTagged(const std::string& path) {
-    writeFile(path, faults::emlxBytes("body", {}));
+    writeFile(path, test::wrenfoldMessage("body", {}));
     Dictionary attributes{{"kMDItemWrenfoldTimeStamp", Value(Date{100.0})},
                           {"kMDItemOMUserTagTime", Value(Date{200.0})},
                           {"kMDItemOMUserTags", Value(Array{Value("tag")})}};
@@ -198,8 +199,8 @@ TEST(SymbolicLinks, AMessageLinkDoesNotCarryAttributesToItsTarget) {
   std::string outside = p.environment.home + "/outside";
   faults::makeFolders(store);
   faults::makeFolders(outside);
-  std::string bytes = faults::emlxBytes("Subject: x\n\nbody\n",
-                                        {{"wrenfoldKeyWords", Value(Array{Value("secret")})}});
+  std::string bytes = test::wrenfoldMessage("Subject: x\n\nbody\n",
+                                            {{"wrenfoldKeyWords", Value(Array{Value("secret")})}});
   faults::writeMessage(outside + "/victim.emlx", bytes);
   ASSERT_EQ(symlink((outside + "/victim.emlx").c_str(), (store + "/1.emlx").c_str()), 0);
   WFHelperAppDelegate d(p.services());
@@ -229,13 +230,10 @@ TEST(SymbolicLinks, TheMessageStoreWatcherDoesNotEnterALinkedFolder) {
   ASSERT_TRUE(stream && stream->start());
   writeFile(dir / "outside/1.emlx", "through the link");
   writeFile(store + "/Box.mbox/2.emlx", "marker");
-  gint64 deadline = g_get_monotonic_time() + 5 * G_USEC_PER_SEC;
   auto sawMarker = [&] {
     return std::find(seen.begin(), seen.end(), store + "/Box.mbox/2.emlx") != seen.end();
   };
-  while (!sawMarker() && g_get_monotonic_time() < deadline)
-    g_main_context_iteration(nullptr, FALSE);
-  ASSERT_TRUE(sawMarker());
+  ASSERT_TRUE(test::runUntil(sawMarker, 5));
   for (const auto& path : seen) EXPECT_EQ(path.find("1.emlx"), std::string::npos) << path;
 }
 

@@ -49,7 +49,7 @@ class Soak : public StoreFixture {
   void rewriteMessages(int round) {
     for (int i = 0; i < kMessages; ++i) {
       writeMessage(messages[i],
-                   emlxBytes("Subject: round " + std::to_string(round) + "\n\nb\n", {}));
+                   wrenfoldMessage("Subject: round " + std::to_string(round) + "\n\nb\n", {}));
       if (i % 2) tag(messages[i]);
     }
   }

@@ -76,7 +76,7 @@ class StoreFixture : public ::testing::Test {
   // A message of the plug-in, stamped long ago.
   std::string message(const std::string& folder, const std::string& name) {
     std::string path = folder + "/" + name;
-    writeMessage(path, emlxBytes("Subject: " + name + "\n\nbody\n", {}));
+    writeMessage(path, wrenfoldMessage("Subject: " + name + "\n\nbody\n", {}));
     return path;
   }
   // Another application tags it now: the helper leaves a stub.

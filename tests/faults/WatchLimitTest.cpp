@@ -68,7 +68,7 @@ TEST(WatchLimit, AStoreWithMoreFoldersThanTheLimitIsReportedAndTheRootStillWatch
     GTEST_SKIP() << "cannot set the namespace's inotify watch limit";
 
   std::string message = store + "/7.emlx";
-  writeMessage(message, emlxBytes("Subject: root\n\nbody\n", {}));
+  writeMessage(message, wrenfoldMessage("Subject: root\n\nbody\n", {}));
   s.startHelper({"-WFlogOpenMeta", "YES"});
   ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
   EXPECT_TRUE(s.waitForLine("fs.inotify.max_user_watches", 10)) << s.stderrText();

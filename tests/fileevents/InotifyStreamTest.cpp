@@ -9,11 +9,12 @@
 #include <fstream>
 #include <memory>
 
-#include "fileevents/EventLoop.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/InotifyFileEventStream.h"
+#include "support/EventBatches.h"
 #include "support/Fakes.h"
+#include "support/MainLoopPump.h"
 
 using namespace wf;
 using namespace wf::test;

@@ -1,5 +1,5 @@
-// Helpers for the import tests: a delegate on fakes, message files with
-// trailers, attribute access and the keyed log lines of the import.
+// The import tests' fixture: a delegate on fakes, message files on tmpfs and
+// the keyed log lines of the import.
 #pragma once
 
 #include <memory>
@@ -7,31 +7,12 @@
 #include <vector>
 
 #include "app/WFHelperAppDelegate.h"
+#include "support/AttributeWrites.h"
+#include "support/Attributes.h"
 #include "support/Fakes.h"
+#include "support/Messages.h"
 
 namespace wf::test {
-
-// A message file: the count line, the body, the trailer's bytes.
-std::string emlxBytes(const std::string& body, const std::string& trailer);
-// The trailer as Mail writes it: an XML property list.
-std::string xmlTrailer(const Value& trailer);
-// A trailer holding only the plug-in's dictionary.
-std::string wrenfoldTrailer(const Dictionary& wrenfold);
-
-// The Spotlight-visible attributes of a file, set and read raw.
-void setSpotlightAttribute(const std::string& path, const std::string& key, const Value& value);
-Value spotlightAttribute(const std::string& path, const std::string& key);
-bool hasSpotlightAttribute(const std::string& path, const std::string& key);
-std::vector<std::string> spotlightKeys(const std::string& path);
-
-// Every attribute write made by this process, in order, while recording.
-struct AttributeWrite {
-  std::string path;
-  std::string key;  // the name without the Spotlight prefix
-  Value value;
-};
-void startRecordingAttributeWrites();
-std::vector<AttributeWrite> stopRecordingAttributeWrites();
 
 // A delegate over fakes, with message files on tmpfs.
 class ImportFixture {

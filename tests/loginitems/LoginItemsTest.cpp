@@ -3,9 +3,10 @@
 
 #include <memory>
 
-#include "LoginItemsSupport.h"
 #include "app/LoginItems.h"
 #include "app/WFHelperAppDelegate.h"
+#include "support/KeyedLines.h"
+#include "support/LoginItemFakes.h"
 
 namespace wf {
 namespace {

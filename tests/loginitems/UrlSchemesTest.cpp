@@ -4,9 +4,10 @@
 
 #include <memory>
 
-#include "LoginItemsSupport.h"
 #include "app/WFHelperAppDelegate.h"
 #include "platform/linux/MimeAppsUrlHandlers.h"
+#include "support/KeyedLines.h"
+#include "support/LoginItemFakes.h"
 
 namespace wf {
 namespace {

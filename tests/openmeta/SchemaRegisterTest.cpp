@@ -12,6 +12,7 @@
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/MainLoopPump.h"
 
 namespace wf::test {
 namespace {
@@ -39,21 +40,6 @@ class SchemaRegister : public ::testing::Test {
   std::string folder() const {
     return home.path() + "/Library/Application Support/OpenMeta/schemaregister";
   }
-  // Iterates `ctx` until `done` holds or the deadline passes.
-  template <typename Done>
-  bool iterateUntil(GMainContext* ctx, Done done, double seconds) {
-    bool timedOut = false;
-    GSource* limit = g_timeout_source_new(static_cast<guint>(seconds * 1000));
-    g_source_set_callback(
-        limit,
-        [](gpointer p) -> gboolean { return *static_cast<bool*>(p) = true, G_SOURCE_REMOVE; },
-        &timedOut, nullptr);
-    g_source_attach(limit, ctx);
-    while (!done() && !timedOut) g_main_context_iteration(ctx, TRUE);
-    g_source_destroy(limit);
-    g_source_unref(limit);
-    return done();
-  }
 };
 
 TEST_F(SchemaRegister, FileLivesForTwoSecondsOnTheCallersContext) {
@@ -72,9 +58,7 @@ TEST_F(SchemaRegister, FileLivesForTwoSecondsOnTheCallersContext) {
   }
   EXPECT_TRUE(exists(file));
 
-  ASSERT_TRUE(iterateUntil(
-      context, [&] { return !exists(file); }, 10.0))
-      << "never removed";
+  ASSERT_TRUE(test::runUntil([&] { return !exists(file); }, 10.0, context)) << "never removed";
   const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
   EXPECT_GE(elapsed, 1.9);
   EXPECT_LT(elapsed, 8.0);
@@ -86,8 +70,7 @@ TEST_F(SchemaRegister, WithoutAThreadDefaultContextTheGlobalOneIsUsed) {
   OpenMeta::registerOMAttributes(Value(Dictionary{{"k", Value(1)}}), "Global");
   const std::string file = folder() + "/Global.openmetaschema";
   ASSERT_TRUE(exists(file));
-  EXPECT_TRUE(iterateUntil(
-      g_main_context_default(), [&] { return !exists(file); }, 10.0));
+  EXPECT_TRUE(test::runUntil([&] { return !exists(file); }, 10.0, g_main_context_default()));
   g_main_context_push_thread_default(context);
 }
 
@@ -104,8 +87,7 @@ TEST_F(SchemaRegister, UsualAttributesUnderTheExecutablesName) {
   EXPECT_TRUE(schema.get("kMDItemOMDocumentDate").isDate());
   EXPECT_EQ(schema.get("kMDItemOMManaged"), Value(true));
   EXPECT_EQ(schema.get("kMDItemOMBookmarks"), Value(Array{Value("bookmark1"), Value("bookmark2")}));
-  EXPECT_TRUE(iterateUntil(
-      context, [&] { return !exists(file); }, 10.0));
+  EXPECT_TRUE(test::runUntil([&] { return !exists(file); }, 10.0, context));
 }
 
 TEST_F(SchemaRegister, RemovalNeverLeavesTheRegisterFolder) {
@@ -131,8 +113,7 @@ TEST_F(SchemaRegister, ExistingFolderAndSecondRegistration) {
   OpenMeta::registerOMAttributes(Value(Dictionary{{"k", Value(2)}}), "Twice");
   const std::string file = folder() + "/Twice.openmetaschema";
   EXPECT_EQ(plist::dictionaryWithContentsOfFile(file).get("k"), Value(2));
-  EXPECT_TRUE(iterateUntil(
-      context, [&] { return !exists(file); }, 10.0));
+  EXPECT_TRUE(test::runUntil([&] { return !exists(file); }, 10.0, context));
 }
 
 }  // namespace

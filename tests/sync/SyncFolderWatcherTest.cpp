@@ -4,9 +4,10 @@
 
 #include <algorithm>
 
-#include "fileevents/EventLoop.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/linux/InotifyFileEventStream.h"
+#include "support/EventBatches.h"
+#include "support/MainLoopPump.h"
 #include "sync/SyncFixture.h"
 #include "sync/SyncFolderWatcher.h"
 

@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "platform/plist/PropertyList.h"
+#include "support/MainLoopPump.h"
 
 extern char** environ;
 
@@ -23,8 +24,6 @@ void mkdirs(const std::string& path) {
   std::string cmd = "mkdir -p '" + path + "'";
   if (system(cmd.c_str()) != 0) throw std::runtime_error("cannot make " + path);
 }
-
-gboolean wakeOnly(gpointer) { return G_SOURCE_REMOVE; }
 
 std::vector<std::string> environmentWith(const std::map<std::string, std::string>& set,
                                          const std::vector<std::string>& unset) {
@@ -402,18 +401,7 @@ bool Session::waitForLaunch(double seconds) {
 }
 
 bool Session::waitUntil(const std::function<bool()>& pred, double seconds) {
-  gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(seconds * G_USEC_PER_SEC);
-  while (!pred()) {
-    gint64 left = deadline - g_get_monotonic_time();
-    if (left <= 0) return pred();
-    GSource* timer = g_timeout_source_new(static_cast<guint>(left / 1000 + 1));
-    g_source_set_callback(timer, wakeOnly, nullptr, nullptr);
-    g_source_attach(timer, context_);
-    g_main_context_iteration(context_, TRUE);
-    g_source_destroy(timer);
-    g_source_unref(timer);
-  }
-  return true;
+  return test::runUntil(pred, seconds, context_);
 }
 
 }  // namespace wf::e2e

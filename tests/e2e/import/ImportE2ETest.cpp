@@ -5,7 +5,6 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,8 +13,10 @@
 #include <vector>
 
 #include "platform/plist/PropertyList.h"
+#include "support/Attributes.h"
 #include "support/Fakes.h"
 #include "support/Harness.h"
+#include "support/Messages.h"
 
 namespace wf::e2e {
 namespace {
@@ -55,20 +56,9 @@ bool setAttributeElsewhere(const std::string& path, const std::string& key, cons
   return run({"setfattr", "-h", "-n", kPrefix + key, "-v", hex(xml), path});
 }
 
-Value attribute(const std::string& path, const std::string& key) {
-  std::string buffer(65536, '\0');
-  ssize_t n = lgetxattr(path.c_str(), (kPrefix + key).c_str(), buffer.data(), buffer.size());
-  if (n < 0) return {};
-  buffer.resize(static_cast<std::size_t>(n));
-  return plist::parse(buffer);
-}
-
 std::string message(const Dictionary& wrenfold) {
   std::string body = "From: someone@example.org\r\nSubject: hello\r\n\r\nHello.\r\n";
-  std::string trailer;
-  plist::toXML(Value(Dictionary{{"flags", Value(8590195717LL)}, {"wrenfold", Value(wrenfold)}}),
-               trailer);
-  return std::to_string(body.size()) + "\n" + body + trailer;
+  return test::wrenfoldMessage(body, wrenfold);
 }
 
 Value strings(std::initializer_list<const char*> items) {
@@ -115,17 +105,18 @@ TEST_F(ImportEndToEnd, MessageWrittenByAnotherProcessGetsItsAttributes) {
   auto written = std::chrono::steady_clock::now();
   ASSERT_TRUE(s.waitUntil(
       [&] {
-        return !attribute(path, "kMDItemWrenfoldTimeStamp").isNil() &&
-               attribute(path, "kMDItemWrenfoldTimeStamp") != Value(Date::distantFuture());
+        return !test::spotlightAttribute(path, "kMDItemWrenfoldTimeStamp").isNil() &&
+               test::spotlightAttribute(path, "kMDItemWrenfoldTimeStamp") !=
+                   Value(Date::distantFuture());
       },
       kImportWait))
       << s.stderrText();
   double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - written).count();
   EXPECT_LT(took, kImportWait);
-  EXPECT_EQ(attribute(path, "kMDItemKeywords"), strings({"Work", "Urgent"}));
-  EXPECT_EQ(attribute(path, "kMDItemOMUserTags"), strings({"Work", "Urgent"}));
-  EXPECT_EQ(attribute(path, "kMDItemProjects"), strings({"Launch"}));
-  EXPECT_EQ(attribute(path, "kMDItemStarRating"), Value(4));
+  EXPECT_EQ(test::spotlightAttribute(path, "kMDItemKeywords"), strings({"Work", "Urgent"}));
+  EXPECT_EQ(test::spotlightAttribute(path, "kMDItemOMUserTags"), strings({"Work", "Urgent"}));
+  EXPECT_EQ(test::spotlightAttribute(path, "kMDItemProjects"), strings({"Launch"}));
+  EXPECT_EQ(test::spotlightAttribute(path, "kMDItemStarRating"), Value(4));
   EXPECT_GE(s.countInStderr("emlx file changed: " + path + "\n"), 1) << s.stderrText();
   EXPECT_GE(s.countInStderr("OpenMeta Importing... setting attribute kMDItemKeywords\n"), 1);
 }
@@ -152,7 +143,7 @@ TEST_F(ImportEndToEnd, MessageTaggedByAnotherApplicationGetsAStub) {
                                       {"Tags", strings({"from", "elsewhere"})}}));
   EXPECT_TRUE(s.waitUntil(
       [&] {
-        Value stamp = attribute(path, "kMDItemWrenfoldTimeStamp");
+        Value stamp = test::spotlightAttribute(path, "kMDItemWrenfoldTimeStamp");
         return stamp.isDate() && stamp.asDate().seconds > 710000000.0 &&
                !(stamp.asDate() == Date::distantFuture());
       },
@@ -167,10 +158,10 @@ TEST_F(ImportEndToEnd, UpperCaseExtensionAndVanishedFileAreSkipped) {
   // A message after them: once it is imported, the earlier events have
   // been handled too.
   std::string last = deliver(mailbox, "303.emlx", message({{"wrenfoldPriority", Value(3)}}));
-  ASSERT_TRUE(
-      s.waitUntil([&] { return attribute(last, "kMDItemStarRating") == Value(3); }, kImportWait))
+  ASSERT_TRUE(s.waitUntil(
+      [&] { return test::spotlightAttribute(last, "kMDItemStarRating") == Value(3); }, kImportWait))
       << s.stderrText();
-  EXPECT_TRUE(attribute(upper, "kMDItemStarRating").isNil());
+  EXPECT_TRUE(test::spotlightAttribute(upper, "kMDItemStarRating").isNil());
   EXPECT_EQ(s.countInStderr("emlx file changed: " + upper), 0) << s.stderrText();
   EXPECT_EQ(s.countInStderr("emlx file changed: " + gone), 0) << s.stderrText();
   EXPECT_GE(s.countInStderr("emlx file changed: " + last + "\n"), 1);
@@ -183,8 +174,9 @@ TEST_F(ImportEndToEnd, MailboxCreatedAfterLaunchIsWatched) {
   // Made and filled at once by another process.
   ASSERT_TRUE(run({"sh", "-c", "mkdir -p \"$1\" && cp \"$2\" \"$1/\"", "sh", fresh, source}));
   std::string path = fresh + "/401.emlx";
-  ASSERT_TRUE(s.waitUntil([&] { return attribute(path, "kMDItemComment") == Value("new mailbox"); },
-                          kImportWait))
+  ASSERT_TRUE(s.waitUntil(
+      [&] { return test::spotlightAttribute(path, "kMDItemComment") == Value("new mailbox"); },
+      kImportWait))
       << s.stderrText();
 }
 
@@ -195,7 +187,8 @@ TEST_F(ImportEndToEnd, OwnWritesDoNotFeedOnThemselves) {
   std::string path = mailbox + "/501.emlx";
   ASSERT_TRUE(run({"mv", source, path}));
   ASSERT_TRUE(
-      s.waitUntil([&] { return attribute(path, "kMDItemStarRating") == Value(5); }, kImportWait));
+      s.waitUntil([&] { return test::spotlightAttribute(path, "kMDItemStarRating") == Value(5); },
+                  kImportWait));
   // The helper's own attribute writes come back as events; the second
   // import finds everything in place and writes nothing.
   ASSERT_TRUE(s.waitForLine("emlx file changed: " + path + "\n", kImportWait, 2)) << s.stderrText();

@@ -1,9 +1,10 @@
-// Test support for login items: an in-memory login-item list, and reading
-// the keyed "loginItems" lines out of a fake log.
+// In-memory login items and URL-scheme handlers.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/LoginItems.h"
@@ -30,17 +31,20 @@ class FakeLoginItems : public platform::LoginItems {
   bool failInsert = false;
 };
 
-// The messages of the keyed lines of `key` written by `function`, in order,
-// without their "(key)function: line: " head.
-std::vector<std::string> keyedMessages(const FakeLog& log, const std::string& key,
-                                       const std::string& function);
-
 class FakeUrlHandlers : public platform::UrlHandlers {
  public:
+  FakeUrlHandlers() = default;
+  // Also notes how many lines `log` held at each call.
+  explicit FakeUrlHandlers(const FakeLog& log) : log_(&log) {}
+
   long setDefaultHandlerForURLScheme(const std::string& scheme,
                                      const std::string& bundleIdentifier) override;
   std::vector<std::pair<std::string, std::string>> calls;
   std::vector<std::pair<std::string, long>> failures;  // scheme -> status
+  std::vector<std::size_t> linesBefore;
+
+ private:
+  const FakeLog* log_ = nullptr;
 };
 
 }  // namespace wf::test

@@ -1,34 +1,12 @@
-#include "fileevents/EventLoop.h"
+#include "support/EventBatches.h"
 
 #include <fcntl.h>
-#include <glib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <stdexcept>
 
 namespace wf::test {
-
-namespace {
-gboolean setFlag(gpointer flag) {
-  *static_cast<bool*>(flag) = true;
-  return G_SOURCE_REMOVE;
-}
-}  // namespace
-
-bool runUntil(const std::function<bool()>& done, double seconds) {
-  bool expired = false;
-  guint timer = g_timeout_add(static_cast<guint>(seconds * 1000), setFlag, &expired);
-  while (!done() && !expired) g_main_context_iteration(nullptr, TRUE);
-  if (!expired) g_source_remove(timer);
-  return done();
-}
-
-void runFor(double seconds) {
-  bool expired = false;
-  g_timeout_add(static_cast<guint>(seconds * 1000), setFlag, &expired);
-  while (!expired) g_main_context_iteration(nullptr, TRUE);
-}
 
 void foreignWrite(const std::string& path, const std::string& bytes) {
   int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);

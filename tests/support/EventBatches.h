@@ -1,18 +1,10 @@
-// Running the GLib main context in tests: bounded waits for events.
+// What file-event tests write and what their streams report.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
 namespace wf::test {
-
-// Iterates the default main context until `done` holds or `seconds` pass;
-// returns whether it holds.
-bool runUntil(const std::function<bool()>& done, double seconds);
-// Iterates the default main context for `seconds` (for showing that
-// nothing arrives), woken by a timeout rather than by polling.
-void runFor(double seconds);
 
 // Creates (or truncates) a file with plain system calls, so the process's
 // own-change registry knows nothing of it: to the streams it looks like

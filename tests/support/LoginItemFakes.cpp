@@ -1,7 +1,6 @@
-#include "LoginItemsSupport.h"
+#include "support/LoginItemFakes.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace wf::test {
 
@@ -33,24 +32,10 @@ std::vector<std::string> FakeLoginItems::tokens() const {
   return out;
 }
 
-std::vector<std::string> keyedMessages(const FakeLog& log, const std::string& key,
-                                       const std::string& function) {
-  std::vector<std::string> out;
-  const std::string head = "(" + key + ")" + function + ": ";
-  for (const std::string& line : log.lines) {
-    if (line.rfind(head, 0) != 0) continue;
-    std::size_t i = head.size();
-    std::size_t digits = i;
-    while (digits < line.size() && std::isdigit(static_cast<unsigned char>(line[digits]))) ++digits;
-    if (digits == i || line.compare(digits, 2, ": ") != 0) continue;
-    out.push_back(line.substr(digits + 2));
-  }
-  return out;
-}
-
 long FakeUrlHandlers::setDefaultHandlerForURLScheme(const std::string& scheme,
                                                     const std::string& bundleIdentifier) {
   calls.emplace_back(scheme, bundleIdentifier);
+  if (log_) linesBefore.push_back(log_->lines.size());
   for (const auto& [s, status] : failures)
     if (s == scheme) return status;
   return 0;
