@@ -10,9 +10,9 @@
 #include <filesystem>
 #include <thread>
 
+#include "SystemFaults.h"
 #include "platform/base/Files.h"
 #include "platform/foundation/FileManager.h"
-#include "SystemFaults.h"
 #include "support/Fakes.h"
 
 namespace fs = std::filesystem;
