@@ -8,6 +8,10 @@
 #include "platform/foundation/Error.h"
 #include "platform/plist/Value.h"
 
+namespace wf::platform {
+class ExtendedAttributes;
+}
+
 namespace wf::openmeta {
 
 // An error of the "openmeta" domain whose only user info is {"info": text}.
@@ -31,5 +35,9 @@ bool writesXMLValues();
 
 // The current date, as property lists keep dates.
 Date currentDate();
+
+// Where the store's attributes are read and written: the file system's own,
+// or what a test put in their place.
+platform::ExtendedAttributes& attributes();
 
 }  // namespace wf::openmeta

@@ -1,11 +1,10 @@
 // The Finder's tags on Linux: the freedesktop attribute "user.xdg.tags",
 // which file managers and desktop search read and write, names joined by ",".
-#include <sys/xattr.h>
-
 #include <cerrno>
 
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
+#include "platform/ExtendedAttributes.h"
 
 namespace wf {
 
@@ -25,27 +24,18 @@ std::string replaceAll(std::string s, std::string_view from, std::string_view to
   return s;
 }
 
-// Reads the whole attribute; false with errno set on failure. Tag lists are
-// short: one call into a buffer on the stack is the usual case.
+// The largest value Linux keeps in one attribute.
+constexpr std::size_t kMaxAttributeBytes = 64 * 1024;
+
+// Reads the whole attribute; false with errno set on failure.
 bool readAttribute(const std::string& path, std::string& out) {
-  char buffer[1024];
-  ssize_t got = lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, buffer, sizeof buffer);
-  if (got >= 0) {
-    out.assign(buffer, static_cast<std::size_t>(got));
-    return true;
+  auto value = openmeta::attributes().get(path, OpenMeta::kFinderTagsAttribute, kMaxAttributeBytes);
+  if (!value) {
+    errno = value.error().errnoValue();
+    return false;
   }
-  for (int attempt = 0; attempt < 8 && errno == ERANGE; ++attempt) {
-    const ssize_t size = lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, nullptr, 0);
-    if (size < 0) return false;
-    out.resize(static_cast<std::size_t>(size));
-    got = lgetxattr(path.c_str(), OpenMeta::kFinderTagsAttribute, out.data(), out.size());
-    if (got >= 0) {
-      out.resize(static_cast<std::size_t>(got));
-      return true;
-    }
-    // ERANGE again: it grew in between, ask again.
-  }
-  return false;
+  out = std::move(*value);
+  return true;
 }
 
 Array splitTags(std::string_view joined) {
@@ -101,12 +91,13 @@ OptError OpenMeta::setAppleTags(const Value& tags, const std::string& path) {
     return storeError(kParameterError, kParameterErrorText);
   const std::string joined = tags.isNil() ? std::string() : joinTags(tags.asArray());
   if (joined.empty()) {
-    if (lremovexattr(path.c_str(), kFinderTagsAttribute) != 0 && errno != ENODATA)
-      return posixError(errno);
+    auto removed = openmeta::attributes().remove(path, kFinderTagsAttribute);
+    if (!removed && !removed.error().isErrno(ENODATA))
+      return posixError(removed.error().errnoValue());
     return std::nullopt;
   }
-  if (lsetxattr(path.c_str(), kFinderTagsAttribute, joined.data(), joined.size(), 0) != 0)
-    return posixError(errno);
+  auto written = openmeta::attributes().set(path, kFinderTagsAttribute, joined);
+  if (!written) return posixError(written.error().errnoValue());
   return std::nullopt;
 }
 

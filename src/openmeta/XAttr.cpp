@@ -9,6 +9,7 @@
 
 namespace wf {
 
+using openmeta::attributes;
 using openmeta::posixError;
 using openmeta::storeError;
 
@@ -18,11 +19,11 @@ std::string systemName(const std::string& name) { return OpenMeta::kAttributeNam
 
 platform::ExtendedAttributes* gTestAttributes = nullptr;
 
-platform::ExtendedAttributes& attributes() {
+}  // namespace
+
+platform::ExtendedAttributes& openmeta::attributes() {
   return gTestAttributes ? *gTestAttributes : platform::systemExtendedAttributes();
 }
-
-}  // namespace
 
 void OpenMeta::setExtendedAttributesForTesting(platform::ExtendedAttributes* replacement) {
   gTestAttributes = replacement;

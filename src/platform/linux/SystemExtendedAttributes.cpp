@@ -1,6 +1,7 @@
 // The file system's extended attributes: lgetxattr(2) and its kin.
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/ExtendedAttributes.h"
@@ -13,8 +14,18 @@ class SystemExtendedAttributes : public ExtendedAttributes {
  public:
   sys::Result<std::string> get(const std::string& path, const std::string& name,
                                std::size_t limit) override {
-    std::string value(limit, '\0');
-    const ssize_t got = lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
+    // Most values are short: a small buffer first, the exact size only
+    // for a longer one (asked again while the value grows in between).
+    std::string value(std::min<std::size_t>(limit, 1024), '\0');
+    ssize_t got = lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
+    for (int attempt = 0; attempt < 8 && got < 0 && errno == ERANGE && value.size() < limit;
+         ++attempt) {
+      const ssize_t size = lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
+      if (size < 0) return sys::errnoError(errno);
+      if (static_cast<std::size_t>(size) > limit) return sys::errnoError(ERANGE);
+      value.resize(static_cast<std::size_t>(size));
+      got = lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
+    }
     if (got < 0) return sys::errnoError(errno);
     value.resize(static_cast<std::size_t>(got));
     return value;
