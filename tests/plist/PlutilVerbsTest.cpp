@@ -162,10 +162,11 @@ TEST_F(PlutilVerbs, TypeNamesEachType) {
                                                {"f", Value(1.5)},
                                                {"b", Value(false)},
                                                {"t", Value(Date{0})},
-                                               {"x", Value(Data{})}})));
+                                               {"x", Value(Data{})},
+                                               {"u", Value(Uid{7})}})));
   const std::pair<const char*, const char*> kTypes[] = {
-      {"d", "dictionary"}, {"a", "array"}, {"s", "string"}, {"i", "integer"},
-      {"f", "float"},      {"b", "bool"},  {"t", "date"},   {"x", "data"}};
+      {"d", "dictionary"}, {"a", "array"}, {"s", "string"}, {"i", "integer"}, {"f", "float"},
+      {"b", "bool"},       {"t", "date"},  {"x", "data"},   {"u", "uid"}};
   for (auto [key, type] : kTypes) {
     ToolRun r = plutil({"-type", key, file});
     EXPECT_EQ(r.status, 0) << key;

@@ -185,6 +185,8 @@ std::string typeName(const Value& v) {
       return "date";
     case Value::Type::Data:
       return "data";
+    case Value::Type::Uid:
+      return "uid";
     default:
       return "null";
   }

@@ -118,6 +118,8 @@ std::string typeWord(const Value& v) {
       return "array";
     case Value::Type::Dictionary:
       return "dictionary";
+    case Value::Type::Uid:
+      return "uid";
     default:
       return "unknown";
   }
