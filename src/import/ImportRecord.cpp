@@ -45,6 +45,16 @@ std::string startTime(const std::string& pid) {
 
 std::string ownerOf(const std::string& pid) { return bootId() + " " + pid + " " + startTime(pid); }
 
+// Field 3 of /proc/<pid>/stat: Z (zombie) and X (dead) are processes that
+// ended and wait only to be reaped.
+bool hasEnded(const std::string& pid) {
+  std::string stat = readProcFile("/proc/" + pid + "/stat");
+  std::size_t at = stat.rfind(')');
+  if (at == std::string::npos || at + 2 >= stat.size()) return true;
+  char state = stat[at + 2];
+  return state == 'Z' || state == 'X';
+}
+
 const std::string& thisOwner() {
   static const std::string owner = ownerOf(std::to_string(getpid()));
   return owner;
@@ -69,7 +79,9 @@ bool importOwnerIsRunning(const std::string& owner) {
   std::string pid = owner.substr(first + 1, second - first - 1);
   if (pid.empty() || pid.find_first_not_of("0123456789") != std::string::npos) return false;
   std::string running = ownerOf(pid);
-  return running.back() != ' ' && running == owner;
+  // A writer killed inside an import is not reaped at once (a tracer may
+  // hold it); it writes nothing more all the same.
+  return running.back() != ' ' && running == owner && !hasEnded(pid);
 }
 
 std::string fingerprint(const Value& value) {

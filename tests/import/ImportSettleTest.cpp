@@ -3,6 +3,7 @@
 // followed by a stamp later than it; an import cut short is taken up again
 // at the next change; a name that is not UTF-8 is skipped.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -234,6 +235,29 @@ TEST(ImportOwner, ThisProcessCountsAsGoneAndAReusedIdDoesNotPass) {
   EXPECT_FALSE(importOwnerIsRunning("other-boot " + std::to_string(getppid()) + " 1"));
   EXPECT_FALSE(importOwnerIsRunning(""));
   EXPECT_FALSE(importOwnerIsRunning("a b"));
+}
+
+TEST(ImportOwner, AKilledWriterNotYetReapedCountsAsGone) {
+  // A helper killed inside an import stays a zombie until its parent (or a
+  // tracer holding it) lets go; it writes nothing more all the same.
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    char c;
+    close(ready[1]);
+    (void)!read(ready[0], &c, 1);
+    _exit(0);
+  }
+  close(ready[0]);
+  std::string owner = importOwnerOf(child);
+  EXPECT_TRUE(importOwnerIsRunning(owner));
+  close(ready[1]);  // the child reads the end of the pipe and exits
+  siginfo_t info{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);  // not reaped
+  EXPECT_FALSE(importOwnerIsRunning(owner));
+  waitpid(child, nullptr, 0);
 }
 
 TEST(ImportFingerprint, EqualValuesAgreeAndAFractionCounts) {
