@@ -161,10 +161,19 @@ class Computer:
         self.probe()
 
     def probe(self):
-        """Returns once every signal sent before it has reached the monitor."""
-        mark = len(self.monitor)
-        self.post("WrenfoldTestProbe")
-        self.monitor.wait_for("member=WrenfoldTestProbe", 10, mark)
+        """Returns once every signal sent before it has reached the monitor.
+        A new dbus-monitor may not yet be a monitor when the first probe is
+        sent, so a probe not seen within half a second is sent again."""
+        end = time.monotonic() + remaining(10)
+        while True:
+            mark = len(self.monitor)
+            self.post("WrenfoldTestProbe")
+            try:
+                self.monitor.wait_for("member=WrenfoldTestProbe", 0.5, mark)
+                return
+            except Failure:
+                if time.monotonic() > end:
+                    raise Failure("%s: the bus monitor saw no probe within 10 s" % self.name)
 
     def start_helper(self):
         mark = len(self.monitor)
@@ -246,11 +255,25 @@ class Computer:
         self.procs.append(p)
         self.syncthing = LineReader(p.stdout, self.name + " syncthing")
 
-    def rest(self, path):
+    def rest(self, path, method="GET"):
         req = urllib.request.Request("http://127.0.0.1:%d%s" % (self.gui_port, path),
-                                     headers={"X-API-Key": self.api_key})
+                                     headers={"X-API-Key": self.api_key}, method=method)
         with urllib.request.urlopen(req, timeout=5) as r:
-            return json.loads(r.read().decode())
+            body = r.read().decode()
+            return json.loads(body) if body.strip() else None
+
+    def in_sync_with(self, peer):
+        """Whether this instance is idle and holds everything the peer announced."""
+        try:
+            state = self.rest("/rest/db/status?folder=" + FOLDER_ID).get("state")
+            done = self.rest("/rest/db/completion?folder=%s&device=%s"
+                             % (FOLDER_ID, peer.device_id)).get("completion")
+            return state == "idle" and done == 100
+        except Exception:  # the REST server answers once the folder has started
+            return False
+
+    def scan(self):
+        self.rest("/rest/db/scan?folder=" + FOLDER_ID, method="POST")
 
     def wait_connected(self, peer, timeout):
         end = time.monotonic() + remaining(timeout)
@@ -279,20 +302,37 @@ class Computer:
                 p.wait(timeout=5)
 
 
-def wait_file(path, content, timeout, reader):
-    """Waits until `path` holds `content`; woken by the reader's output."""
+def wait_until(condition, timeout, what, reader):
+    """Waits until condition() holds; woken by the reader's output or every 50 ms."""
     end = time.monotonic() + remaining(timeout)
-    while True:
-        try:
-            with open(path) as f:
-                if f.read() == content:
-                    return time.time()
-        except OSError:
-            pass
+    while not condition():
         if time.monotonic() > end:
-            raise Failure("%s never held the expected content" % path)
+            raise Failure("waited %.0f s for %s" % (timeout, what))
         with reader.cond:
             reader.cond.wait(0.05)
+
+
+def holds(path, content):
+    try:
+        with open(path) as f:
+            return f.read() == content
+    except OSError:
+        return False
+
+
+def wait_file(path, content, timeout, sender, receiver):
+    """Waits until `path` on the receiver holds `content`. Syncthing's own
+    watcher normally carries the change within seconds; should it miss the
+    change, the sender is asked to rescan once, and the test says so."""
+    try:
+        wait_until(lambda: holds(path, content), min(timeout, 15), path, receiver.syncthing)
+    except Failure:
+        print("Syncthing on %s had not sent the change after 15 s: asking it to rescan"
+              % sender.name)
+        sender.scan()
+        wait_until(lambda: holds(path, content), timeout, path + " to hold the expected content",
+                   receiver.syncthing)
+    return time.time()
 
 
 def main():
@@ -309,6 +349,7 @@ def main():
             return SKIP
 
     root = tempfile.mkdtemp(prefix="wf-two-computers-")
+    step = "0, setting up"
     a, b = Computer("A", root), Computer("B", root)
     try:
         # Both sync folders start with the same copies: the helper never
@@ -335,19 +376,26 @@ def main():
         a.wait_connected(b, 60)
         b.wait_connected(a, 60)
         print("Syncthing instances connected in %.1f s" % (time.time() - t_connect))
+        # Their first exchange of indexes must be over before the first save:
+        # a save during it races Syncthing's own start, not the helpers.
+        wait_until(lambda: a.in_sync_with(b) and b.in_sync_with(a), 30,
+                   "the two Syncthing instances to be idle and in sync", a.syncthing)
+        print("Syncthing instances in sync %.1f s after connecting" % (time.time() - t_connect))
 
         # 1. A saves its keyword list; B is told.
+        step = "1, keywords from A to B"
         b_local_kw = os.path.join(b.local, "WrenfoldKeywords.plist")
         b_local_before = sha(b_local_kw)
         v2 = plist_array("Work", "Home", "Travel")
         with open(os.path.join(a.local, "WrenfoldKeywords.plist"), "w") as f:
             f.write(v2)
-        mark_a, mark_b = len(a.helper), len(b.helper)
+        mark_a, mark_b, mark_bm = len(a.helper), len(b.helper), len(b.monitor)
         t_save = a.post("WrenfoldKeywordListWasSaved")
         i, _ = a.helper.wait_for("copy success", 10, mark_a)
         t_push = log_time(a.helper.lines[i][1]) or time.time()
-        t_arrive = wait_file(os.path.join(b.sync, "WrenfoldKeywords.plist"), v2, 60, b.syncthing)
-        _, t_signal = b.monitor.wait_for("member=WrenfoldHelperDidUpdateKeywordsFile", 30)
+        t_arrive = wait_file(os.path.join(b.sync, "WrenfoldKeywords.plist"), v2, 60, a, b)
+        _, t_signal = b.monitor.wait_for("member=WrenfoldHelperDidUpdateKeywordsFile", 30,
+                                         mark_bm)
         i, _ = b.helper.wait_for("Sync Folder Item did Change calledBack", 5, mark_b)
         t_callback = log_time(b.helper.lines[i][1]) or t_signal
         if sha(b_local_kw) != b_local_before:
@@ -365,28 +413,34 @@ def main():
             100 * (t_arrive - t_push) / total))
 
         # 2. The other direction: B saves its smart mailboxes; A is told.
+        step = "2, smart mailboxes from B to A"
         a_local_smb = os.path.join(a.local, "WrenfoldSmartMailboxes.plist")
         a_local_before = sha(a_local_smb)
         s2 = plist_array("Inbox", "Flagged")
         with open(os.path.join(b.local, "WrenfoldSmartMailboxes.plist"), "w") as f:
             f.write(s2)
+        mark_am = len(a.monitor)
         t_save = b.post("WrenfoldSmartMailboxesWereSaved")
-        _, t_signal = a.monitor.wait_for("member=WrenfoldHelperDidUpdateSmartMailboxesFile", 60)
+        _, t_signal = a.monitor.wait_for("member=WrenfoldHelperDidUpdateSmartMailboxesFile", 60,
+                                         mark_am)
         print("smart mailboxes B -> A: %.2f s" % (t_signal - t_save))
         if sha(a_local_smb) != a_local_before:
             raise Failure("A's local smart-mailbox list was modified by the helper")
 
         # 3. Bytes that arrive equal to B's local file: nothing is posted.
+        step = "3, equal bytes arriving on B"
         v3 = plist_array("Work", "Home", "Travel", "Family")
         with open(b_local_kw, "w") as f:  # B's plug-in already has v3
             f.write(v3)
         b_local_before = sha(b_local_kw)
+        # Count only once every signal B's helper sent before this step has arrived.
+        b.probe()
         posted_before = b.monitor.count("member=WrenfoldHelperDidUpdateKeywordsFile")
         mark_b = len(b.helper)
         with open(os.path.join(a.local, "WrenfoldKeywords.plist"), "w") as f:
             f.write(v3)
         a.post("WrenfoldKeywordListWasSaved")
-        wait_file(os.path.join(b.sync, "WrenfoldKeywords.plist"), v3, 60, b.syncthing)
+        wait_file(os.path.join(b.sync, "WrenfoldKeywords.plist"), v3, 60, a, b)
         b.helper.wait_for("source and target files are identical! WrenfoldKeywords.plist", 10, mark_b)
         # The monitor is a separate process: let any signal already sent reach it.
         b.probe()
@@ -401,14 +455,14 @@ def main():
         print("1 passed, 0 failed")
         return 0
     except Failure as e:
-        print("FAILED: %s" % e)
+        print("FAILED in step %s: %s" % (step, e))
         for c in (a, b):
             for reader in ("helper", "syncthing", "monitor"):
                 r = getattr(c, reader, None)
                 if r:
                     print("---- %s %s (last lines)" % (c.name, reader))
-                    for _, l in r.lines[-25:]:
-                        print(l)
+                    for t, l in r.lines[-60:]:
+                        print("%.3f %s" % (t, l))
         print("0 passed, 1 failed")
         return 1
     finally:
