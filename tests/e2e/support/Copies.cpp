@@ -24,13 +24,6 @@ const std::string& Copy::output() const { return state->output; }
 
 namespace {
 
-std::vector<char*> cStrings(std::vector<std::string>& strings) {
-  std::vector<char*> out;
-  for (auto& s : strings) out.push_back(s.data());
-  out.push_back(nullptr);
-  return out;
-}
-
 std::vector<std::string> copyEnvironment(const Session& s,
                                          const std::map<std::string, std::string>& extra) {
   std::map<std::string, std::string> env;
@@ -63,28 +56,6 @@ gboolean readOutput(gint fd, GIOCondition condition, gpointer data) {
     if (n == 0 || (condition & (G_IO_HUP | G_IO_ERR))) return G_SOURCE_REMOVE;
     return G_SOURCE_CONTINUE;
   }
-}
-
-int statusOf(int wait) {
-  if (WIFEXITED(wait)) return WEXITSTATUS(wait);
-  if (WIFSIGNALED(wait)) return 128 + WTERMSIG(wait);
-  return -1;
-}
-
-bool launchedSaysSo(const Session& s) {
-  GVariant* reply = g_dbus_connection_call_sync(
-      s.bus(), "org.ardel.WrenfoldHelper", "/org/ardel/WrenfoldHelper",
-      "org.freedesktop.DBus.Properties", "Get",
-      g_variant_new("(ss)", "org.ardel.WrenfoldHelper", "Launched"), G_VARIANT_TYPE("(v)"),
-      G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr);
-  if (!reply) return false;
-  GVariant* value = nullptr;
-  g_variant_get(reply, "(v)", &value);
-  bool launched =
-      g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN) && g_variant_get_boolean(value);
-  g_variant_unref(value);
-  g_variant_unref(reply);
-  return launched;
 }
 
 }  // namespace
@@ -128,7 +99,7 @@ Copy startCopy(Session& s, const std::vector<std::string>& argv,
   GSource* child = g_child_watch_source_new(pid);
   g_source_set_callback(
       child, G_SOURCE_FUNC(+[](GPid p, gint status, gpointer data) {
-        (*static_cast<std::shared_ptr<CopyState>*>(data))->status = statusOf(status);
+        (*static_cast<std::shared_ptr<CopyState>*>(data))->status = exitStatusOf(status);
         g_spawn_close_pid(p);
       }),
       new std::shared_ptr<CopyState>(state),
@@ -148,25 +119,6 @@ bool waitForLaunchOf(Session& s, Copy& copy, double seconds) {
   return waitForLaunchedOwner(
              s, [&] { return copy.status.has_value(); }, copy.pid, seconds) &&
          !copy.status;
-}
-
-bool waitForLaunchedOwner(Session& s, const std::function<bool()>& ended, pid_t pid,
-                          double seconds) {
-  // Signals that wake the wait; every look is a call made after the matches.
-  auto wake = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
-                 GVariant*, gpointer) {};
-  guint owners = g_dbus_connection_signal_subscribe(
-      s.bus(), "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-      "/org/freedesktop/DBus", "org.ardel.WrenfoldHelper", G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr,
-      nullptr);
-  guint launched = g_dbus_connection_signal_subscribe(
-      s.bus(), nullptr, "org.freedesktop.DBus.Properties", "PropertiesChanged",
-      "/org/ardel/WrenfoldHelper", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
-  bool done = s.waitUntil([&] { return ended() || (nameOwnerPid(s) == pid && launchedSaysSo(s)); },
-                          seconds);
-  g_dbus_connection_signal_unsubscribe(s.bus(), owners);
-  g_dbus_connection_signal_unsubscribe(s.bus(), launched);
-  return done && !ended();
 }
 
 bool waitForNoOwner(Session& s, double seconds) {
@@ -190,17 +142,7 @@ void stopCopy(Session& s, Copy& copy, double seconds) {
   }
 }
 
-pid_t nameOwnerPid(const Session& s) {
-  GVariant* reply = g_dbus_connection_call_sync(
-      s.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "GetConnectionUnixProcessID", g_variant_new("(s)", "org.ardel.WrenfoldHelper"),
-      G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-  if (!reply) return 0;
-  guint32 pid = 0;
-  g_variant_get(reply, "(u)", &pid);
-  g_variant_unref(reply);
-  return static_cast<pid_t>(pid);
-}
+pid_t nameOwnerPid(const Session& s) { return helperNameOwner(s.bus()); }
 
 int countOf(const std::string& text, const std::string& needle) {
   int n = 0;

@@ -31,10 +31,6 @@ Copy startCopy(Session& s, const std::vector<std::string>& argv,
 std::optional<int> waitForCopy(Session& s, Copy& copy, double seconds);
 // The copy owns "org.ardel.WrenfoldHelper" and says it has launched.
 bool waitForLaunchOf(Session& s, Copy& copy, double seconds);
-// The same for a process the test did not start (one the bus activated):
-// `ended` says when waiting is pointless.
-bool waitForLaunchedOwner(Session& s, const std::function<bool()>& ended, pid_t pid,
-                          double seconds);
 // Until nobody owns "org.ardel.WrenfoldHelper".
 bool waitForNoOwner(Session& s, double seconds);
 // SIGTERM and the wait for its end.

@@ -40,33 +40,7 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
   return out;
 }
 
-std::vector<char*> cStrings(std::vector<std::string>& strings) {
-  std::vector<char*> out;
-  for (auto& s : strings) out.push_back(s.data());
-  out.push_back(nullptr);
-  return out;
-}
-
-int statusOf(int wait) {
-  if (WIFEXITED(wait)) return WEXITSTATUS(wait);
-  if (WIFSIGNALED(wait)) return 128 + WTERMSIG(wait);
-  return -1;
-}
-
 constexpr const char* kHelperName = "org.ardel.WrenfoldHelper";
-
-// The process whose connection owns `name`, or 0 when nobody does.
-pid_t ownerOf(GDBusConnection* bus, const char* name) {
-  GVariant* reply = g_dbus_connection_call_sync(
-      bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "GetConnectionUnixProcessID", g_variant_new("(s)", name), G_VARIANT_TYPE("(u)"),
-      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-  if (!reply) return 0;
-  guint32 pid = 0;
-  g_variant_get(reply, "(u)", &pid);
-  g_variant_unref(reply);
-  return static_cast<pid_t>(pid);
-}
 
 // Whether the owner of the helper's name says it has finished launching.
 bool hasLaunched(GDBusConnection* bus) {
@@ -85,6 +59,51 @@ bool hasLaunched(GDBusConnection* bus) {
 }
 
 }  // namespace
+
+std::vector<char*> cStrings(std::vector<std::string>& strings) {
+  std::vector<char*> out;
+  for (auto& s : strings) out.push_back(s.data());
+  out.push_back(nullptr);
+  return out;
+}
+
+int exitStatusOf(int waitStatus) {
+  if (WIFEXITED(waitStatus)) return WEXITSTATUS(waitStatus);
+  if (WIFSIGNALED(waitStatus)) return 128 + WTERMSIG(waitStatus);
+  return -1;
+}
+
+pid_t helperNameOwner(GDBusConnection* bus) {
+  GVariant* reply = g_dbus_connection_call_sync(
+      bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "GetConnectionUnixProcessID", g_variant_new("(s)", kHelperName), G_VARIANT_TYPE("(u)"),
+      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+  if (!reply) return 0;
+  guint32 pid = 0;
+  g_variant_get(reply, "(u)", &pid);
+  g_variant_unref(reply);
+  return static_cast<pid_t>(pid);
+}
+
+bool waitForLaunchedOwner(Session& s, const std::function<bool()>& ended, pid_t pid,
+                          double seconds) {
+  // Signals that wake the wait; the first look is a call made after the
+  // matches, so no change slips by.
+  auto wake = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                 GVariant*, gpointer) {};
+  guint owners = g_dbus_connection_signal_subscribe(
+      s.bus(), "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+      "/org/freedesktop/DBus", kHelperName, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
+  guint launched = g_dbus_connection_signal_subscribe(
+      s.bus(), nullptr, "org.freedesktop.DBus.Properties", "PropertiesChanged",
+      "/org/ardel/WrenfoldHelper", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
+  bool done = s.waitUntil(
+      [&] { return ended() || (helperNameOwner(s.bus()) == pid && hasLaunched(s.bus())); },
+      seconds);
+  g_dbus_connection_signal_unsubscribe(s.bus(), owners);
+  g_dbus_connection_signal_unsubscribe(s.bus(), launched);
+  return done && !ended();
+}
 
 std::string helperBinary() { return WF_HELPER_BINARY; }
 std::string busNameDoubleBinary() { return WF_BUS_NAME_DOUBLE; }
@@ -333,7 +352,7 @@ void Session::startHelper(const HelperOptions& options) {
   }
   GSource* child = g_child_watch_source_new(pid_);
   g_source_set_callback(child, G_SOURCE_FUNC(+[](GPid pid, gint status, gpointer data) {
-                          static_cast<Session*>(data)->exitStatus_ = statusOf(status);
+                          static_cast<Session*>(data)->exitStatus_ = exitStatusOf(status);
                           g_spawn_close_pid(pid);
                         }),
                         this, nullptr);
@@ -376,21 +395,9 @@ bool Session::roundTrip(double seconds) {
 
 bool Session::waitForLaunch(double seconds) {
   gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(seconds * G_USEC_PER_SEC);
-  auto wake = [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
-                 GVariant*, gpointer) {};
-  guint changes = g_dbus_connection_signal_subscribe(
-      bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-      "/org/freedesktop/DBus", kHelperName, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
-  guint launched = g_dbus_connection_signal_subscribe(
-      bus_, nullptr, "org.freedesktop.DBus.Properties", "PropertiesChanged",
-      "/org/ardel/WrenfoldHelper", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, wake, nullptr, nullptr);
-  // The first look is a call made after the matches, so no change slips by.
-  bool done = waitUntil(
-      [&] { return !helperRunning() || (ownerOf(bus_, kHelperName) == pid_ && hasLaunched(bus_)); },
-      seconds);
-  g_dbus_connection_signal_unsubscribe(bus_, changes);
-  g_dbus_connection_signal_unsubscribe(bus_, launched);
-  if (!done || !helperRunning()) return false;
+  bool done = waitForLaunchedOwner(
+      *this, [&] { return !helperRunning(); }, pid_, seconds);
+  if (!done) return false;
   // The launch wrote its lines before it said so; take them in before the
   // round trip counts its answer, so that a line of the launch is not
   // taken for the answer.

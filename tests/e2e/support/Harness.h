@@ -131,4 +131,17 @@ class Session {
   std::vector<GSource*> sources_;
 };
 
+// ---- What the Session and the copies both need
+
+// argv/envp for exec: pointers into `strings`, ended by nullptr.
+std::vector<char*> cStrings(std::vector<std::string>& strings);
+// A wait status as a shell gives it: the exit status, or 128 + the signal.
+int exitStatusOf(int waitStatus);
+// The process owning "org.ardel.WrenfoldHelper" on `bus`, 0 for none.
+pid_t helperNameOwner(GDBusConnection* bus);
+// Until process `pid` owns "org.ardel.WrenfoldHelper" and says it has
+// launched; `ended` says when waiting is pointless.
+bool waitForLaunchedOwner(Session& s, const std::function<bool()>& ended, pid_t pid,
+                          double seconds);
+
 }  // namespace wf::e2e
