@@ -8,13 +8,11 @@
 
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/RunTool.h"
 
 namespace {
 
-struct ToolRun {
-  int status = -1;
-  std::string out, err;
-};
+using wf::test::ToolRun;
 
 class DefaultsTool : public ::testing::Test {
  protected:
@@ -23,29 +21,8 @@ class DefaultsTool : public ::testing::Test {
     return home.path() + "/Library/Preferences/org.ardel.WrenfoldHelper.plist";
   }
 
-  ToolRun run(std::vector<std::string> args) {
-    args.insert(args.begin(), WF_DEFAULTS_BINARY);
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    std::string homeVar = "HOME=" + home.path();
-    char* envp[] = {homeVar.data(), nullptr};
-    gchar *out = nullptr, *err = nullptr;
-    gint status = 0;
-    GError* error = nullptr;
-    ToolRun r;
-    if (!g_spawn_sync(nullptr, argv.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
-                      &status, &error)) {
-      ADD_FAILURE() << error->message;
-      g_error_free(error);
-      return r;
-    }
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = out ? out : "";
-    r.err = err ? err : "";
-    g_free(out);
-    g_free(err);
-    return r;
+  ToolRun run(const std::vector<std::string>& args) {
+    return wf::test::runTool(WF_DEFAULTS_BINARY, args, {"HOME=" + home.path()});
   }
 };
 

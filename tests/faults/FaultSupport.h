@@ -34,12 +34,4 @@ std::vector<std::string> temporariesBelow(const std::string& root);
 
 void makeFolders(const std::string& path);
 
-// A command run to its end or killed after `seconds`.
-struct ToolRun {
-  int status = -1;  // exit status; -1 when killed or not started
-  bool timedOut = false;
-  std::string out, err;
-};
-ToolRun runTool(const std::vector<std::string>& argv, double seconds);
-
 }  // namespace wf::faults

@@ -21,15 +21,15 @@ Value storedTags(const std::string& path) {
 
 // What a desktop sees: getfattr's value of "user.xdg.tags".
 std::string desktopTags(const std::string& path) {
-  const CommandResult r =
-      runCommand({"getfattr", "--absolute-names", "--only-values", "-n", "user.xdg.tags", path});
-  return r.exitStatus == 0 ? r.out : "<absent>";
+  const ToolRun r =
+      runTool("getfattr", {"--absolute-names", "--only-values", "-n", "user.xdg.tags", path});
+  return r.status == 0 ? r.out : "<absent>";
 }
 
 // What a file manager does when the user edits the tags.
 void fileManagerSetsTags(const std::string& path, const std::string& joined) {
-  const CommandResult r = runCommand({"setfattr", "-n", "user.xdg.tags", "-v", joined, path});
-  ASSERT_EQ(r.exitStatus, 0) << r.err;
+  const ToolRun r = runTool("setfattr", {"-n", "user.xdg.tags", "-v", joined, path});
+  ASSERT_EQ(r.status, 0) << r.err;
 }
 
 class FinderTags : public ::testing::Test {
@@ -138,7 +138,7 @@ TEST_F(FinderTags, OpenMetaTagsAloneAreMirroredOnFirstRead) {
 TEST_F(FinderTags, AfterTheMergeRemovingAllDesktopTagsLeavesTheOpenMetaList) {
   ASSERT_FALSE(OpenMeta::setUserTags(tags({"Blue"}), file).has_value());
   ASSERT_EQ(OpenMeta::getUserTags(file, nullptr), tags({"Blue"}));  // marks the file
-  ASSERT_EQ(runCommand({"setfattr", "-x", "user.xdg.tags", file}).exitStatus, 0);
+  ASSERT_EQ(runTool("setfattr", {"-x", "user.xdg.tags", file}).status, 0);
   EXPECT_TRUE(OpenMeta::getUserTags(file, nullptr).isNil());
   EXPECT_EQ(storedTags(file), tags({"Blue"}));
 }

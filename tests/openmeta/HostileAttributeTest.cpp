@@ -93,9 +93,9 @@ class ForeignAttributes : public ::testing::Test {
 };
 
 TEST_F(ForeignAttributes, BinaryPropertyListWrittenBySetfattrIsRead) {
-  const CommandResult r = runCommand(
-      {"setfattr", "-n", "user.com.apple.metadata:kMDItemOMUserTags", "-v", kBinaryWorkHome, file});
-  ASSERT_EQ(r.exitStatus, 0) << r.err;
+  const ToolRun r = runTool(
+      "setfattr", {"-n", "user.com.apple.metadata:kMDItemOMUserTags", "-v", kBinaryWorkHome, file});
+  ASSERT_EQ(r.status, 0) << r.err;
   const Value expected(Array{Value("Work"), Value("Home")});
   EXPECT_EQ(OpenMeta::getXAttrMetaData("kMDItemOMUserTags", file, nullptr), expected);
   EXPECT_EQ(OpenMeta::getNSArrayMetaData("kMDItemOMUserTags", file, nullptr), expected);
@@ -103,9 +103,9 @@ TEST_F(ForeignAttributes, BinaryPropertyListWrittenBySetfattrIsRead) {
     GenerationGuard beforeFinderTags(1187);
     EXPECT_EQ(OpenMeta::getUserTags(file, nullptr), expected);
   }
-  ASSERT_EQ(runCommand({"setfattr", "-n", "user.com.apple.metadata:kMDItemStarRating", "-v",
-                        kBinaryFourAndAHalf, file})
-                .exitStatus,
+  ASSERT_EQ(runTool("setfattr", {"-n", "user.com.apple.metadata:kMDItemStarRating", "-v",
+                                 kBinaryFourAndAHalf, file})
+                .status,
             0);
   EXPECT_EQ(OpenMeta::getRating(file, nullptr), 4.5);
 }
@@ -115,8 +115,8 @@ TEST_F(ForeignAttributes, XmlPropertyListWrittenBySetfattrIsRead) {
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<array>\n"
       "\t<string>Red</string>\n</array>\n</plist>\n";
   ASSERT_EQ(
-      runCommand({"setfattr", "-n", "user.com.apple.metadata:kMDItemOMUserTags", "-v", xml, file})
-          .exitStatus,
+      runTool("setfattr", {"-n", "user.com.apple.metadata:kMDItemOMUserTags", "-v", xml, file})
+          .status,
       0);
   EXPECT_EQ(OpenMeta::getNSArrayMetaData("kMDItemOMUserTags", file, nullptr),
             Value(Array{Value("Red")}));

@@ -11,6 +11,7 @@
 
 #include "openmeta/OpenMeta.h"
 #include "platform/foundation/Format.h"
+#include "support/RunTool.h"
 
 namespace wf {
 // Failure messages show values as Foundation describes them.
@@ -51,16 +52,6 @@ class GenerationGuard {
   GenerationGuard(const GenerationGuard&) = delete;
   GenerationGuard& operator=(const GenerationGuard&) = delete;
 };
-
-struct CommandResult {
-  int exitStatus = -1;
-  std::string out, err;
-};
-
-// Runs argv (no shell) with extra environment entries "NAME=value"; bounded
-// by the programs themselves, which never wait for input.
-CommandResult runCommand(const std::vector<std::string>& argv,
-                         const std::vector<std::string>& environment = {});
 
 // Whether the process can bypass file permission bits (root, or a capability).
 bool permissionBitsAreIgnored();

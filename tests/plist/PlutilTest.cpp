@@ -1,51 +1,22 @@
 // Runs the built wf-plutil on good and bad files.
-#include <glib.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cmath>
 
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
 #include "support/HostilePlist.h"
+#include "support/RunTool.h"
 
 using namespace wf;
 
 namespace {
 
-struct ToolRun {
-  int status = -1;
-  std::string out, err;
-};
+using test::ToolRun;
 
-// With `limitSeconds`, the tool is killed (status 124) when it runs longer.
-ToolRun plutil(std::vector<std::string> args, int limitSeconds = 0) {
-  std::vector<char*> argv;
-  std::string binary = WF_PLUTIL_BINARY;
-  std::string timeout = "timeout", limit = std::to_string(limitSeconds);
-  if (limitSeconds > 0) {
-    argv.push_back(timeout.data());
-    argv.push_back(limit.data());
-  }
-  argv.push_back(binary.data());
-  for (auto& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  gchar *out = nullptr, *err = nullptr;
-  gint wait = 0;
-  GError* error = nullptr;
-  ToolRun r;
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out,
-                    &err, &wait, &error)) {
-    ADD_FAILURE() << error->message;
-    g_error_free(error);
-    return r;
-  }
-  r.status = WIFEXITED(wait) ? WEXITSTATUS(wait) : -1;
-  r.out = out;
-  r.err = err;
-  g_free(out);
-  g_free(err);
-  return r;
+// With `limitSeconds`, the tool is ended (status 124) when it runs longer.
+ToolRun plutil(const std::vector<std::string>& args, int limitSeconds = 30) {
+  return test::runTool(WF_PLUTIL_BINARY, args, {}, "", limitSeconds);
 }
 
 const Value kValue(Dictionary{{"name", Value("Wrenfold")},

@@ -1,50 +1,24 @@
 // wf-plutil's verbs beyond lint, print and convert, run on real files: what
 // each writes, and that every failure names the file, says why, exits 1 and
 // leaves the file as it was.
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/plist/PropertyList.h"
 #include "support/Fakes.h"
+#include "support/RunTool.h"
 
 using namespace wf;
 
 namespace {
 
-struct ToolRun {
-  int status = -1;
-  std::string out, err;
-};
+using test::ToolRun;
 
 // Bounded: a tool that waits on something it should refuse fails the test
 // (status 124) instead of hanging it.
-ToolRun plutil(std::vector<std::string> args) {
-  std::vector<char*> argv;
-  std::string timeout = "timeout", limit = "30", binary = WF_PLUTIL_BINARY;
-  argv.push_back(timeout.data());
-  argv.push_back(limit.data());
-  argv.push_back(binary.data());
-  for (auto& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  gchar *out = nullptr, *err = nullptr;
-  gint wait = 0;
-  GError* error = nullptr;
-  ToolRun r;
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr,
-                    static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDIN_FROM_DEV_NULL),
-                    nullptr, nullptr, &out, &err, &wait, &error)) {
-    ADD_FAILURE() << error->message;
-    g_error_free(error);
-    return r;
-  }
-  r.status = WIFEXITED(wait) ? WEXITSTATUS(wait) : -1;
-  r.out = out;
-  r.err = err;
-  g_free(out);
-  g_free(err);
-  return r;
+ToolRun plutil(const std::vector<std::string>& args) {
+  return test::runTool(WF_PLUTIL_BINARY, args);
 }
 
 std::string xmlOf(const Value& v) {

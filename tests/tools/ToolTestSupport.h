@@ -8,28 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "support/RunTool.h"
+
 namespace wf::test {
-
-struct ToolRun {
-  int status = -1;
-  std::string out, err;
-};
-
-// Runs `binary` with `args`, for at most 30 seconds; `environment` entries ("NAME=value") are added
-// to this process's environment; `input` is fed to standard input.
-ToolRun runTool(const std::string& binary, const std::vector<std::string>& args,
-                const std::vector<std::string>& environment = {}, const std::string& input = "");
-
-// The same in two steps, for a test that acts while the tool runs.
-struct StartedTool {
-  int pid = -1;
-  int out = -1, err = -1;
-  std::string failure;  // why it could not be started
-};
-StartedTool startTool(const std::string& binary, const std::vector<std::string>& args,
-                      const std::vector<std::string>& environment = {},
-                      const std::string& input = "");
-ToolRun finishTool(StartedTool& started);
 
 // What a file is, without following a link at the name.
 struct FileState {
