@@ -3,35 +3,14 @@
 // per operation: "<operation> <bytes> <best seconds per run>".
 #include <plist/plist.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <functional>
-#include <sstream>
 #include <string>
 
-namespace {
+#include "Timing.h"
 
-std::string slurp(const char* path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-double best(int runs, const std::function<void()>& fn) {
-  double bestSeconds = 1e9;
-  for (int i = 0; i < runs; ++i) {
-    auto start = std::chrono::steady_clock::now();
-    fn();
-    std::chrono::duration<double> d = std::chrono::steady_clock::now() - start;
-    if (d.count() < bestSeconds) bestSeconds = d.count();
-  }
-  return bestSeconds;
-}
-
-}  // namespace
+using wf::bench::best;
+using wf::bench::slurp;
 
 int main(int argc, char** argv) {
   if (argc < 3) {

@@ -1,39 +1,16 @@
 // Times the codec on an XML and a binary property list. Prints one line per
 // operation: "<operation> <bytes> <best seconds per run>".
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <functional>
-#include <sstream>
 #include <string>
 
+#include "Timing.h"
 #include "platform/plist/PropertyList.h"
 
 using namespace wf;
 
-namespace {
-
-std::string slurp(const char* path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-// Best of `runs`: the least disturbed by whatever else the machine does.
-double best(int runs, const std::function<void()>& fn) {
-  double bestSeconds = 1e9;
-  for (int i = 0; i < runs; ++i) {
-    auto start = std::chrono::steady_clock::now();
-    fn();
-    std::chrono::duration<double> d = std::chrono::steady_clock::now() - start;
-    if (d.count() < bestSeconds) bestSeconds = d.count();
-  }
-  return bestSeconds;
-}
-
-}  // namespace
+using wf::bench::best;
+using wf::bench::slurp;
 
 int main(int argc, char** argv) {
   if (argc < 3) {
