@@ -2,6 +2,7 @@
 // Finder tags a Mac leaves on files.
 #include <gtest/gtest.h>
 
+#include "CommandFixture.h"
 #include "XAttrTestSupport.h"
 #include "openmeta/OpenMeta.h"
 #include "platform/plist/PropertyList.h"
@@ -12,15 +13,8 @@ namespace {
 
 const char kMacTags[] = "user.com.apple.metadata:_kMDItemUserTags";
 
-class CliConventions : public ::testing::Test {
+class CliConventions : public OpenMetaCommand {
  protected:
-  TempDir dir{true};
-  TempDir home;
-  std::string file = dir / "file";
-  void SetUp() override { writeFile(file, "content"); }
-  ToolRun run(std::vector<std::string> args) {
-    return runTool(OPENMETA_TOOL, args, {"HOME=" + home.path()});
-  }
   // The attribute as a Mac writes it: a binary property list.
   void setMacTags(const std::vector<std::string>& entries) {
     Array a;

@@ -1,6 +1,7 @@
 // The `openmeta` command: exit codes, output and error texts.
 #include <gtest/gtest.h>
 
+#include "CommandFixture.h"
 #include "XAttrTestSupport.h"
 #include "openmeta/OpenMeta.h"
 #include "platform/plist/PropertyList.h"
@@ -9,16 +10,8 @@
 namespace wf::test {
 namespace {
 
-class Cli : public ::testing::Test {
+class Cli : public OpenMetaCommand {
  protected:
-  TempDir dir{true};
-  TempDir home;
-  std::string file = dir / "file";
-  void SetUp() override { writeFile(file, "content"); }
-
-  ToolRun run(std::vector<std::string> args) {
-    return runTool(OPENMETA_TOOL, args, {"HOME=" + home.path()});
-  }
   std::string make(const std::string& name) {
     writeFile(dir / name, name);
     return dir / name;
