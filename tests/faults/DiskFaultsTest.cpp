@@ -85,9 +85,7 @@ TEST_F(DiskFaults, FullDiskDuringListFileWritesKeepsTheOldListThenWritesTheNewOn
 
   freeSpace(ardel());
   ASSERT_TRUE(s.ownName("com.apple.mail"));  // Mail's start runs the import at once
-  EXPECT_TRUE(waitForFiles(
-      s, [&] { return finderListCount() == 300; }, 20))
-      << s.stderrText();
+  EXPECT_TRUE(s.waitForFiles([&] { return finderListCount() == 300; }, 20)) << s.stderrText();
   EXPECT_TRUE(temporariesBelow(ardel()).empty());
   EXPECT_TRUE(s.helperRunning());
 }
@@ -101,9 +99,7 @@ TEST_F(DiskFaults, FullDiskDuringStubWritesKeepsTheMessageAndTheNextChangeWrites
   disk->fill();
   launch();
   tag(path);
-  ASSERT_TRUE(waitForFiles(
-      s, [&] { return imported(path); }, 30))
-      << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return imported(path); }, 30)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_FALSE(stubWritten(path));
 
@@ -126,9 +122,7 @@ TEST_F(DiskFaults, DISABLED_FullDiskDuringStubWritesLeavesNoPartialStub) {
   disk->fill();
   launch();
   tag(path);
-  ASSERT_TRUE(waitForFiles(
-      s, [&] { return imported(path); }, 30))
-      << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return imported(path); }, 30)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_TRUE(!exists(stubOf(path)) || stubWritten(path))
       << "partial stub of " << readFile(stubOf(path)).size() << " bytes";
@@ -191,9 +185,7 @@ TEST_F(DiskFaults, ReadOnlyFileSystemKeepsEveryFileAndTheHelperRuns) {
   EXPECT_EQ(readFile(sync() + "/WrenfoldKeywords.plist"), "shared keywords");
 
   tag(path);
-  ASSERT_TRUE(waitForFiles(
-      s, [&] { return imported(path); }, 30))
-      << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return imported(path); }, 30)) << s.stderrText();
   EXPECT_FALSE(exists(stubOf(path)));
   EXPECT_EQ(readFile(path), bytes);
   ASSERT_TRUE(s.roundTrip());

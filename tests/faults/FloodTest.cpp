@@ -58,8 +58,7 @@ class Flood : public StoreFixture {
   // Waits (bounded) for the resident size to come back near idle.
   void expectMemoryBack(const char* what) {
     long last = 0;
-    bool back = waitForFiles(
-        s,
+    bool back = s.waitForFiles(
         [&] {
           last = residentKiB(s.helperPid());
           return last >= 0 && last <= idle + kLeftoverKiB;
@@ -117,8 +116,7 @@ TEST_F(Flood, TensOfThousandsOfPreferenceNoticesGiveTheirMemoryBack) {
   g_dbus_connection_flush_sync(s.bus(), nullptr, nullptr);
   // Notices are handled in order: the answer to one more comes after all.
   const char* answer = "External OpenMeta Scanning";
-  ASSERT_TRUE(waitForFiles(
-      s,
+  ASSERT_TRUE(s.waitForFiles(
       [&] {
         notePeak();
         return s.countInStderr(answer) >= kNotices;

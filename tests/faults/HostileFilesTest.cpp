@@ -104,9 +104,7 @@ TEST_F(HostileFiles, AFifoAtAStubNameNeitherBlocksTheImportNorBecomesAFile) {
   std::string path = message(mailbox(), "20.emlx");
   launch();
   tag(path);
-  ASSERT_TRUE(waitForFiles(
-      s, [&] { return imported(path); }, 30))
-      << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return imported(path); }, 30)) << s.stderrText();
   EXPECT_TRUE(isFifo(stubFolder() + "/20"));
   expectResponsiveAndEndsOnTerm();
 }
@@ -181,9 +179,7 @@ TEST_F(HostileFiles, AStubNameThatIsALinkIsNeverWrittenThrough) {
   std::string path = message(mailbox(), "42.emlx");
   launch();
   tag(path);
-  ASSERT_TRUE(waitForFiles(
-      s, [&] { return imported(path); }, 30))
-      << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return imported(path); }, 30)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_EQ(readFile(victim), "precious");
   EXPECT_TRUE(s.helperRunning());
@@ -196,9 +192,7 @@ TEST_F(HostileFiles, AnExpandingTagListAttributeNeitherFreezesNorKillsTheHelper)
   launch();
   setRawSpotlightAttribute(path, "kMDItemOMUserTags", wf::test::hostileExpansionPlist());
   setSpotlightAttribute(path, "kMDItemOMUserTagTime", Value(Date{now() - 1}));
-  ASSERT_TRUE(waitForFiles(
-      s, [&] { return imported(path); }, 30))
-      << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return imported(path); }, 30)) << s.stderrText();
   EXPECT_TRUE(s.roundTrip(10)) << s.stderrText();
   EXPECT_LT(residentKiB(s.helperPid()), 64 * 1024);
   EXPECT_TRUE(s.helperRunning());

@@ -54,7 +54,7 @@ class ImportFaults : public StoreFixture {
   bool waitForQuiet(const std::vector<std::string>& paths, double seconds) {
     int seen = -1;
     gint64 since = 0;
-    return s.waitUntil(
+    return s.waitForFiles(
         [&] {
           int n = importsOf(paths);
           gint64 now = g_get_monotonic_time();
@@ -133,8 +133,8 @@ TEST_F(ImportFaults, ImportsThatCannotBeKeptSettleAfterTheirFollowUp) {
   std::string note = mailbox() + "/note.emlx";
   writeMessage(
       note, wrenfoldMessage("Subject: note\n\nbody\n", {{"wrenfoldAnnotation", Value("short")}}));
-  EXPECT_TRUE(waitForFiles(
-      s, [&] { return spotlightAttribute(note, "kMDItemComment") == Value("short"); }, 30))
+  EXPECT_TRUE(s.waitForFiles(
+      [&] { return spotlightAttribute(note, "kMDItemComment") == Value("short"); }, 30))
       << s.stderrText();
   EXPECT_TRUE(s.helperRunning());
 }
@@ -188,8 +188,8 @@ TEST_F(ImportFaults, HelperKilledInsideAnImportLeavesTheMessageToTheNextChange) 
     {
       KillAtAttributeWrite killer(s.helperPid(), n, straceLog, trace);
       ASSERT_TRUE(killer.started());
-      if (!waitForFiles(
-              s, [&] { return readFile(straceLog).find("attached") != std::string::npos; }, 10))
+      if (!s.waitForFiles([&] { return readFile(straceLog).find("attached") != std::string::npos; },
+                          10))
         GTEST_SKIP() << "strace cannot attach here: " << readFile(straceLog);
       writeMessage(path, wrenfoldMessage("Subject: " + path + "\n\nbody\n", wrenfold));
       ASSERT_TRUE(s.waitUntil([&] { return !s.helperRunning() || imports(path) >= 2; }, 40))
@@ -204,15 +204,15 @@ TEST_F(ImportFaults, HelperKilledInsideAnImportLeavesTheMessageToTheNextChange) 
       // its parent (GLib may see it before the tracer let go), so the
       // trace says how it ended.
       ASSERT_TRUE(s.waitForExit(10));
-      ASSERT_TRUE(waitForFiles(
-          s, [&] { return readFile(trace).find("+++ killed by SIGKILL +++") != std::string::npos; },
+      ASSERT_TRUE(s.waitForFiles(
+          [&] { return readFile(trace).find("+++ killed by SIGKILL +++") != std::string::npos; },
           10))
           << readFile(trace);
     }
     // The next launch, and the next change of the message by anyone.
     launch();
     ASSERT_EQ(lsetxattr(path.c_str(), "user.test.touched", "1", 1, 0), 0);
-    EXPECT_TRUE(waitForFiles(s, whole, 30)) << s.stderrText();
+    EXPECT_TRUE(s.waitForFiles(whole, 30)) << s.stderrText();
     s.signalHelper(SIGTERM);
     ASSERT_TRUE(s.waitForExit(10));
   }

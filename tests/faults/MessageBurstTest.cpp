@@ -64,8 +64,7 @@ class MessageBurst : public StoreFixture {
     return n;
   }
   void expectEveryMessageHandled() {
-    EXPECT_TRUE(waitForFiles(
-        s, [&] { return stubCount() >= kMessages; }, 300))
+    EXPECT_TRUE(s.waitForFiles([&] { return stubCount() >= kMessages; }, 300))
         << stubCount() << " stubs of " << kMessages;
     int missing = 0;
     for (const std::string& path : paths)

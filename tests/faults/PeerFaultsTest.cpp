@@ -97,8 +97,7 @@ TEST_F(ScriptingPeers, AnApplicationThatFloodsTheBusStillGetsItsProjectsRead) {
   auto app = startOmniFocus({"--misbehave", "flood"});
   s.startHelper({"-WFlogOmniFocusProjects", "YES"});
   ASSERT_TRUE(s.waitForLaunch(30)) << s.stderrText();
-  EXPECT_TRUE(waitForFiles(
-      s,
+  EXPECT_TRUE(s.waitForFiles(
       [&] {
         return plist::arrayWithContentsOfFile(list()) ==
                Value(Array{Value("Alpha"), Value("Beta")});

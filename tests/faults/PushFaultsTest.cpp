@@ -109,8 +109,7 @@ TEST_F(PushFaults, KilledBeforeTheCopyIsInPlaceKeepsTheSharedCopyAndTheNextLaunc
   launch();
   KillAtCall killer(s.helperPid(), "rename,renameat,renameat2");
   if (!killer.started()) GTEST_SKIP() << "strace cannot be started: " << killer.reason();
-  if (!waitForFiles(
-          s, [&] { return traced(s.helperPid()); }, 10))
+  if (!s.waitForFiles([&] { return traced(s.helperPid()); }, 10))
     GTEST_SKIP() << "strace cannot attach to the helper (ptrace not allowed here)";
   s.emit("WrenfoldKeywordListWasSaved");
   // Killed by the injected signal (GLib may report a traced child's status oddly).
@@ -119,8 +118,7 @@ TEST_F(PushFaults, KilledBeforeTheCopyIsInPlaceKeepsTheSharedCopyAndTheNextLaunc
 
   s.startHelper({"-WFlogSettingsSync", "YES"});
   ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
-  EXPECT_TRUE(waitForFiles(
-      s, [&] { return temporariesBelow(sync()).empty(); }, 10))
+  EXPECT_TRUE(s.waitForFiles([&] { return temporariesBelow(sync()).empty(); }, 10))
       << temporariesBelow(sync()).front();
   s.emit("WrenfoldKeywordListWasSaved");
   ASSERT_TRUE(s.waitForLine("copy success", 10)) << s.stderrText();

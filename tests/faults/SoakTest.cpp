@@ -129,11 +129,10 @@ TEST_F(Soak, MemoryAndDescriptorsStayBoundedThroughTwoMinutesOfEverything) {
   double soaked = monotonicSeconds() - start;
 
   // Settled: the descriptors back to where they were, the memory near it.
-  bool fdsBack = waitForFiles(
-      s, [&] { return openDescriptors(s.helperPid()) <= fdsStart; }, 30);
-  bool rssBack = waitForFiles(
-      s, [&] { return residentKiB(s.helperPid()) <= rssStart + kLeftoverKiB; },
-      kSanitizerAllocator ? 0 : 60);
+  bool fdsBack = s.waitForFiles([&] { return openDescriptors(s.helperPid()) <= fdsStart; }, 30);
+  bool rssBack =
+      s.waitForFiles([&] { return residentKiB(s.helperPid()) <= rssStart + kLeftoverKiB; },
+                     kSanitizerAllocator ? 0 : 60);
   answer();
   std::printf("soak: %d rounds in %.0f s, slowest answer %.2f s\n", round, soaked, slowest);
   std::printf("soak: RSS KiB %s\n", rss.text().c_str());

@@ -40,9 +40,7 @@ TEST_F(StoreFaults, SyncFolderDeletedWhileWatchedIsMadeAgainAndWatchedAgain) {
   fs::remove_all(sync());
   // The next change notice applies the settings, which make the folder anew.
   ASSERT_TRUE(s.roundTrip()) << s.stderrText();
-  ASSERT_TRUE(waitForFiles(
-      s, [&] { return exists(sync()); }, 10))
-      << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return exists(sync()); }, 10)) << s.stderrText();
   writeFile(sync() + "/WrenfoldKeywords.plist", "keywords from the other computer");
   EXPECT_TRUE(s.waitForSignal("WrenfoldHelperDidUpdateKeywordsFile", 1, 20)) << s.stderrText();
   expectNothingLost();

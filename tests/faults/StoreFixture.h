@@ -18,20 +18,6 @@
 
 namespace wf::faults {
 
-// Waits until pred() holds, at most `seconds`. Files change without any
-// event on the session's main context, so a timer wakes it every 100 ms
-// to look again.
-inline bool waitForFiles(e2e::Session& s, const std::function<bool()>& pred, double seconds) {
-  GSource* tick = g_timeout_source_new(100);
-  g_source_set_callback(
-      tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
-  g_source_attach(tick, g_main_context_get_thread_default());
-  bool ok = s.waitUntil(pred, seconds);
-  g_source_destroy(tick);
-  g_source_unref(tick);
-  return ok;
-}
-
 class StoreFixture : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -94,8 +80,7 @@ class StoreFixture : public ::testing::Test {
     return stub.isDictionary() && stub.get("FilePath") == Value(messagePath);
   }
   bool waitForStub(const std::string& messagePath, double seconds = 30) {
-    return waitForFiles(
-        s, [&] { return stubWritten(messagePath); }, seconds);
+    return s.waitForFiles([&] { return stubWritten(messagePath); }, seconds);
   }
   // The helper stamped the message after handling it.
   bool imported(const std::string& messagePath) const {

@@ -80,8 +80,8 @@ TEST(WatchLimit, AStoreWithMoreFoldersThanTheLimitIsReportedAndTheRootStillWatch
   setSpotlightAttribute(message, "kMDItemOMUserTagTime",
                         Value(Date{static_cast<double>(std::time(nullptr)) - 978307200.0 - 1}));
   std::string stub = s.library() + "/Mail/Ardel/OpenMetaUpdates/7";
-  EXPECT_TRUE(waitForFiles(
-      s, [&] { return plist::dictionaryWithContentsOfFile(stub).isDictionary(); }, 30))
+  EXPECT_TRUE(
+      s.waitForFiles([&] { return plist::dictionaryWithContentsOfFile(stub).isDictionary(); }, 30))
       << s.stderrText();
   EXPECT_EQ(test::readFile(message), bytes);
   ASSERT_TRUE(s.roundTrip());

@@ -103,7 +103,7 @@ TEST_F(ImportEndToEnd, MessageWrittenByAnotherProcessGetsItsAttributes) {
                                       {"wrenfoldProject", Value("Launch")},
                                       {"wrenfoldPriority", Value(4)}}));
   auto written = std::chrono::steady_clock::now();
-  ASSERT_TRUE(s.waitUntil(
+  ASSERT_TRUE(s.waitForFiles(
       [&] {
         return !test::spotlightAttribute(path, "kMDItemWrenfoldTimeStamp").isNil() &&
                test::spotlightAttribute(path, "kMDItemWrenfoldTimeStamp") !=
@@ -129,10 +129,10 @@ TEST_F(ImportEndToEnd, MessageTaggedByAnotherApplicationGetsAStub) {
   ASSERT_TRUE(setAttributeElsewhere(path, "kMDItemOMUserTags", strings({"from", "elsewhere"})));
   ASSERT_TRUE(setAttributeElsewhere(path, "kMDItemOMUserTagTime", Value(Date{710000000.0})));
   std::string stub = s.library() + "/Mail/Ardel/OpenMetaUpdates/202";
-  ASSERT_TRUE(s.waitUntil([&] { return test::exists(stub); }, kImportWait)) << s.stderrText();
+  ASSERT_TRUE(s.waitForFiles([&] { return test::exists(stub); }, kImportWait)) << s.stderrText();
   // The stub is written in place: wait until it is whole.
   Value content;
-  ASSERT_TRUE(s.waitUntil(
+  ASSERT_TRUE(s.waitForFiles(
       [&] {
         content = plist::readFile(stub);
         return content.isDictionary();
@@ -141,7 +141,7 @@ TEST_F(ImportEndToEnd, MessageTaggedByAnotherApplicationGetsAStub) {
   EXPECT_EQ(content, Value(Dictionary{{"LibraryID", Value("202")},
                                       {"FilePath", Value(path)},
                                       {"Tags", strings({"from", "elsewhere"})}}));
-  EXPECT_TRUE(s.waitUntil(
+  EXPECT_TRUE(s.waitForFiles(
       [&] {
         Value stamp = test::spotlightAttribute(path, "kMDItemWrenfoldTimeStamp");
         return stamp.isDate() && stamp.asDate().seconds > 710000000.0 &&
@@ -158,7 +158,7 @@ TEST_F(ImportEndToEnd, UpperCaseExtensionAndVanishedFileAreSkipped) {
   // A message after them: once it is imported, the earlier events have
   // been handled too.
   std::string last = deliver(mailbox, "303.emlx", message({{"wrenfoldPriority", Value(3)}}));
-  ASSERT_TRUE(s.waitUntil(
+  ASSERT_TRUE(s.waitForFiles(
       [&] { return test::spotlightAttribute(last, "kMDItemStarRating") == Value(3); }, kImportWait))
       << s.stderrText();
   EXPECT_TRUE(test::spotlightAttribute(upper, "kMDItemStarRating").isNil());
@@ -174,7 +174,7 @@ TEST_F(ImportEndToEnd, MailboxCreatedAfterLaunchIsWatched) {
   // Made and filled at once by another process.
   ASSERT_TRUE(run({"sh", "-c", "mkdir -p \"$1\" && cp \"$2\" \"$1/\"", "sh", fresh, source}));
   std::string path = fresh + "/401.emlx";
-  ASSERT_TRUE(s.waitUntil(
+  ASSERT_TRUE(s.waitForFiles(
       [&] { return test::spotlightAttribute(path, "kMDItemComment") == Value("new mailbox"); },
       kImportWait))
       << s.stderrText();
@@ -186,9 +186,9 @@ TEST_F(ImportEndToEnd, OwnWritesDoNotFeedOnThemselves) {
   test::writeFile(source, message({{"wrenfoldPriority", Value(5)}}));
   std::string path = mailbox + "/501.emlx";
   ASSERT_TRUE(run({"mv", source, path}));
-  ASSERT_TRUE(
-      s.waitUntil([&] { return test::spotlightAttribute(path, "kMDItemStarRating") == Value(5); },
-                  kImportWait));
+  ASSERT_TRUE(s.waitForFiles(
+      [&] { return test::spotlightAttribute(path, "kMDItemStarRating") == Value(5); },
+      kImportWait));
   // The helper's own attribute writes come back as events; the second
   // import finds everything in place and writes nothing.
   ASSERT_TRUE(s.waitForLine("emlx file changed: " + path + "\n", kImportWait, 2)) << s.stderrText();

@@ -36,7 +36,7 @@ class ProjectsEndToEnd : public ::testing::Test {
     return plist::arrayWithContentsOfFile(projectsFile(name));
   }
   bool waitForList(const std::string& name, const Value& expected) {
-    return s.waitUntil([&] { return list(name) == expected; }, kWait);
+    return s.waitForFiles([&] { return list(name) == expected; }, kWait);
   }
 
   // An installed application: its desktop entry.

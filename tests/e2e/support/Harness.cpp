@@ -411,4 +411,15 @@ bool Session::waitUntil(const std::function<bool()>& pred, double seconds) {
   return test::runUntil(pred, seconds, context_);
 }
 
+bool Session::waitForFiles(const std::function<bool()>& pred, double seconds) {
+  GSource* tick = g_timeout_source_new(100);
+  g_source_set_callback(
+      tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
+  g_source_attach(tick, context_);
+  bool ok = waitUntil(pred, seconds);
+  g_source_destroy(tick);
+  g_source_unref(tick);
+  return ok;
+}
+
 }  // namespace wf::e2e

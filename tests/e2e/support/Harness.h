@@ -111,6 +111,9 @@ class Session {
 
   // Pumps the main context until pred() holds or the bound passes.
   bool waitUntil(const std::function<bool()>& pred, double seconds);
+  // The same for state that no event announces (files, attributes, time):
+  // looked at whenever something arrives and at least every 100 ms.
+  bool waitForFiles(const std::function<bool()>& pred, double seconds);
 
  private:
   void startBus();
