@@ -175,8 +175,12 @@ Result<void> replaceAtomically(const std::string& path, const AtomicWriteOptions
   if (replacing && S_ISREG(old.st_mode) && options.keepMetadata) {
     // The exact mode, not the one umask left; the owner where we may keep it.
     (void)::fchmod(out.get(), old.st_mode & 07777);
-    if (old.st_uid != ::geteuid() || old.st_gid != ::getegid())
-      (void)::fchown(out.get(), old.st_uid, old.st_gid);
+    if ((old.st_uid != ::geteuid() || old.st_gid != ::getegid()) &&
+        ::fchown(out.get(), old.st_uid, old.st_gid) != 0) {
+      // Only root may give a file away (EPERM): the new copy is then the
+      // caller's, as any editor leaves it. Its checked result also keeps
+      // glibc's fortified fchown (warn_unused_result) quiet.
+    }
     UniqueFd oldFd(::openat(dir->get(), name.c_str(),
                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (oldFd) copyExtendedAttributes(oldFd.get(), out.get());
