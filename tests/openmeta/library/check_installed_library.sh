@@ -5,6 +5,9 @@ set -euo pipefail
 build_dir=$1
 source_dir=$2
 cxx=${3:-c++}
+# Flags the build itself needs in every program that links its libraries
+# (the sanitizers' run-time in a sanitized build); empty otherwise.
+build_flags=${4:-}
 root=$(mktemp -d)
 work=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
 trap 'rm -rf "$root" "$work"' EXIT
@@ -20,7 +23,7 @@ case "$flags" in
   *"$source_dir"*) echo "flags point into the source tree: $flags"; exit 1 ;;
 esac
 # shellcheck disable=SC2086
-"$cxx" -std=c++20 -o "$work/outside" "$source_dir/tests/openmeta/library/outside.cpp" $flags
+"$cxx" -std=c++20 $build_flags -o "$work/outside" "$source_dir/tests/openmeta/library/outside.cpp" $flags
 
 echo content >"$work/file"
 set +e
