@@ -1,8 +1,8 @@
 // The command line: help, version, --verbose, and words the helper does not
 // understand, which end it with status 2 before anything is launched.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
+#include "support/Fakes.h"
 #include "support/Harness.h"
 
 namespace wf::e2e {
@@ -10,10 +10,7 @@ namespace {
 
 constexpr double kWait = 20;
 
-bool exists(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0;
-}
+using test::exists;
 
 TEST(CommandLine, EveryWayToAskForHelpPrintsItWithoutABus) {
   for (const char* word : {"-h", "-help", "--help"}) {

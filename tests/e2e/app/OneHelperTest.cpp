@@ -4,13 +4,13 @@
 // before it changes anything.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <sstream>
 
 #include "support/Copies.h"
+#include "support/Fakes.h"
 #include "support/Harness.h"
 
 namespace wf::e2e {
@@ -18,10 +18,7 @@ namespace {
 
 constexpr double kWait = 20;
 
-bool exists(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0;
-}
+using test::exists;
 
 std::string autostartEntry(const Session& s) {
   return s.home() + "/.config/autostart/org.ardel.WrenfoldHelper.desktop";
