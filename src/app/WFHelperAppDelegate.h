@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/HelperStatus.h"
 #include "platform/Platform.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/NSLog.h"
@@ -108,6 +109,9 @@ class WFHelperAppDelegate {
   bool hasOpenMetaStream() const { return _openMetaStreamRef || _openMetaStreamUnusable; }
   Value fileNameCommandMappings;  // built on first use
   std::shared_ptr<ProjectImportState> projectState;
+  // What the status interface reports: sync/ fills the first, import/ the second.
+  SyncFolderStatus syncStatus;
+  MailStoreStatus mailStoreStatus;
 
  private:
   void writeKeyedLine(const std::string& key, const char* file, const char* function, long line,
