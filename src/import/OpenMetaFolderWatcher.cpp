@@ -1,7 +1,9 @@
 #include "import/OpenMetaFolderWatcher.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <map>
 #include <memory>
 
 #include "app/WFHelperAppDelegate.h"
@@ -9,6 +11,7 @@
 #include "openmeta/OpenMeta.h"
 #include "paths/Paths.h"
 #include "platform/Spotlight.h"
+#include "platform/base/UpdateLock.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
 
@@ -41,6 +44,29 @@ void importSlices(const std::shared_ptr<const std::vector<std::string>>& message
   if (end >= messages->size()) return;
   if (auto* again = WFHelperAppDelegate::shared())
     again->services().loop->performAfterDelay(0, [messages, end] { importSlices(messages, end); });
+}
+
+// Messages another writer held at their import, with the retries so far.
+std::map<std::string, int> gBusyRetries;
+
+// A tool holds a message for milliseconds (it gives up after 10 s); the
+// retries outlast that, then the message waits for its next change.
+constexpr double kBusyRetryDelay = 1.0;
+constexpr int kBusyRetries = 15;
+
+void retryWhenFree(const std::string& path) {
+  int& tries = gBusyRetries[path];
+  if (tries >= kBusyRetries) {
+    gBusyRetries.erase(path);
+    NSLog("OpenMeta import: %@ held by another writer; left to its next change", path);
+    return;
+  }
+  if (tries++ == 0) NSLog("OpenMeta import: %@ held by another writer; tried again shortly", path);
+  auto* d = WFHelperAppDelegate::shared();
+  if (!d) return;
+  d->services().loop->performAfterDelay(kBusyRetryDelay, [path] {
+    if (auto* delegate = WFHelperAppDelegate::shared()) delegate->delayedImport({path});
+  });
 }
 
 }  // namespace
@@ -143,6 +169,16 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
       continue;
     }
     if (defaultForKey("logOpenMeta").boolValue()) NSLog("emlx file changed: %@", path);
+
+    // Held for the read and the writes: a tool changing the same message's
+    // attributes takes turns with the import. The main loop never waits for
+    // it; a held message is tried again shortly.
+    auto lock = sys::lockForUpdate(path, sys::Links::NoFollow, std::chrono::milliseconds(0));
+    if (!lock) {
+      retryWhenFree(path);
+      continue;
+    }
+    gBusyRetries.erase(path);
 
     std::optional<platform::SpotlightItem> item = platform::SpotlightItem::createWithPath(path);
     if (!item) continue;

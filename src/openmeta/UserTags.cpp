@@ -2,12 +2,16 @@
 // Finder tags, which wins once the two have been merged on a file.
 #include <set>
 
+#include "openmeta/AttributeUndo.h"
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
 #include "platform/foundation/Strings.h"
 
 namespace wf {
 
+using openmeta::AttributeUndo;
+using openmeta::checkAttributeValue;
+using openmeta::metaDataAttribute;
 using openmeta::storeError;
 
 namespace {
@@ -44,6 +48,39 @@ class DialogsSuppressed {
   bool saved_;
 };
 
+// Keeps the attributes a tag write may change: the time, the file
+// manager's list, the OpenMeta list and the merge flag.
+OptError rememberTagAttributes(AttributeUndo& undo, const std::string& path) {
+  for (const std::string& name :
+       {metaDataAttribute(OpenMeta::kUserTagTimeKey), std::string(OpenMeta::kFinderTagsAttribute),
+        metaDataAttribute(OpenMeta::kUserTagsKey),
+        std::string(OpenMeta::kAttributeNamespace) + OpenMeta::kSyncDoneName})
+    if (OptError e = undo.remember(path, name)) return e;
+  return std::nullopt;
+}
+
+// The tag time, the file manager's tags and the OpenMeta list, all or none:
+// the list is checked before the first write, and a failed write puts back
+// what the others changed.
+OptError writeUserTags(const Value& tags, const Value& finderTags, const std::string& path,
+                       Date date) {
+  if (OptError e = checkAttributeValue(tags)) return e;
+  AttributeUndo undo;
+  if (OptError e = rememberTagAttributes(undo, path)) return e;
+  OptError e = OpenMeta::setXAttrMetaData(Value(date), OpenMeta::kUserTagTimeKey, path);
+  if (!e && OpenMeta::MavericksOrLater()) e = OpenMeta::setAppleTags(finderTags, path);
+  if (!e) e = OpenMeta::setNSArrayMetaData(tags, OpenMeta::kUserTagsKey, path);
+  if (e) undo.restore();
+  return e;
+}
+
+// setUserTags, putting back what `undo` kept when it fails.
+OptError setUserTagsOrUndo(const Value& tags, const std::string& path, const AttributeUndo& undo) {
+  OptError e = OpenMeta::setUserTags(tags, path);
+  if (e) undo.restore();
+  return e;
+}
+
 }  // namespace
 
 OptError OpenMeta::setUserTags(const Value& tags, const std::string& path) {
@@ -53,10 +90,7 @@ OptError OpenMeta::setUserTags(const Value& tags, const std::string& path) {
 OptError OpenMeta::setUserTags(const Value& tags, const std::string& path, Date date) {
   if (!validateAsArrayOfStrings(tags)) return storeError(kParameterError, kSyncParameterErrorText);
   const Value normalised = removeDuplicateTags(tags);
-  // The time goes first, and stays even if the tag write fails.
-  (void)setXAttrMetaData(Value(date), kUserTagTimeKey, path);
-  if (MavericksOrLater()) (void)setAppleTags(normalised, path);
-  return setNSArrayMetaData(normalised, kUserTagsKey, path);
+  return writeUserTags(normalised, normalised, path, date);
 }
 
 OptError OpenMeta::setUserTags(const Value& tags, const Value& finderTags,
@@ -67,11 +101,7 @@ OptError OpenMeta::setUserTags(const Value& tags, const Value& finderTags,
 OptError OpenMeta::setUserTags(const Value& tags, const Value& finderTags, const std::string& path,
                                Date date) {
   if (!validateAsArrayOfStrings(tags)) return storeError(kParameterError, kSyncParameterErrorText);
-  const Value normalised = removeDuplicateTags(tags);
-  const Value normalisedFinderTags = removeDuplicateTags(finderTags);
-  (void)setXAttrMetaData(Value(date), kUserTagTimeKey, path);
-  if (MavericksOrLater()) (void)setAppleTags(normalisedFinderTags, path);
-  return setNSArrayMetaData(normalised, kUserTagsKey, path);
+  return writeUserTags(removeDuplicateTags(tags), removeDuplicateTags(finderTags), path, date);
 }
 
 Value OpenMeta::getUserTags(const std::string& path, OptError* error) {
@@ -108,6 +138,9 @@ Value OpenMeta::getUserTags(const std::string& path, OptError* error) {
 
 OptError OpenMeta::clearUserTags(const Value& tags, const std::string& path) {
   if (!validateAsArrayOfStrings(tags)) return storeError(kParameterError, kParameterErrorText);
+  // Reading the tags may merge the two lists; a failed write undoes that too.
+  AttributeUndo undo;
+  if (OptError e = rememberTagAttributes(undo, path)) return e;
   OptError readError;
   const Value current = getUserTags(path, &readError);
   if (readError) return readError;
@@ -123,17 +156,20 @@ OptError OpenMeta::clearUserTags(const Value& tags, const std::string& path) {
       remaining.push_back(tag);
     }
   }
-  if (remaining.size() < read) return setUserTags(Value(std::move(remaining)), path);
+  if (remaining.size() < read) return setUserTagsOrUndo(Value(std::move(remaining)), path, undo);
   return std::nullopt;
 }
 
 OptError OpenMeta::addUserTags(const Value& tags, const std::string& path) {
   if (!validateAsArrayOfStrings(tags)) return storeError(kParameterError, kParameterErrorText);
+  // Reading the tags may merge the two lists; a failed write undoes that too.
+  AttributeUndo undo;
+  if (OptError e = rememberTagAttributes(undo, path)) return e;
   OptError readError;
   const Value current = getUserTags(path, &readError);
   if (readError) return readError;
   const Value merged = removeDuplicateTags(Value(concatenated(current, tags)));
-  if (merged != current) return setUserTags(merged, path);
+  if (merged != current) return setUserTagsOrUndo(merged, path, undo);
   return std::nullopt;
 }
 

@@ -1,4 +1,5 @@
 // Ratings, plain values and arrays under metadata keys.
+#include "openmeta/AttributeUndo.h"
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
 
@@ -10,8 +11,14 @@ OptError OpenMeta::setRating(double rating, const std::string& path) {
   // Removing a rating leaves its time stamp as it was.
   if (!(rating > 0)) return setXAttrMetaData(Value(), kStarRatingKey, path);
   if (rating > 5.0) rating = 5.0;
-  (void)setXAttrMetaData(Value(openmeta::currentDate()), kRatingTimeKey, path);
-  return setXAttrMetaData(Value(rating), kStarRatingKey, path);
+  // The time and the rating, both or neither.
+  openmeta::AttributeUndo undo;
+  for (const char* key : {kRatingTimeKey, kStarRatingKey})
+    if (OptError e = undo.remember(path, openmeta::metaDataAttribute(key))) return e;
+  OptError e = setXAttrMetaData(Value(openmeta::currentDate()), kRatingTimeKey, path);
+  if (!e) e = setXAttrMetaData(Value(rating), kStarRatingKey, path);
+  if (e) undo.restore();
+  return e;
 }
 
 double OpenMeta::getRating(const std::string& path, OptError* error) {

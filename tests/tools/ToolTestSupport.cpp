@@ -102,7 +102,7 @@ bool enterPrivateMounts(std::string& why) {
 
 }  // namespace
 
-SmallTmpfs::SmallTmpfs(std::size_t bytes) {
+SmallTmpfs::SmallTmpfs(std::size_t bytes, const std::string& extraOptions) {
   std::string tmpl = std::string(g_get_tmp_dir()) + "/wftool-XXXXXX";
   std::vector<char> buf(tmpl.begin(), tmpl.end());
   buf.push_back('\0');
@@ -113,6 +113,7 @@ SmallTmpfs::SmallTmpfs(std::size_t bytes) {
   path_ = buf.data();
   if (!enterPrivateMounts(reason_)) return;
   std::string options = "size=" + std::to_string(bytes) + ",mode=0755";
+  if (!extraOptions.empty()) options += "," + extraOptions;
   if (::mount("tmpfs", path_.c_str(), "tmpfs", 0, options.c_str()) != 0) {
     reason_ = std::string("cannot mount a tmpfs: ") + std::strerror(errno);
     return;

@@ -35,7 +35,9 @@ std::vector<std::string> strayEntries(const std::string& folder,
 // user namespaces). `reason` says why there is none.
 class SmallTmpfs {
  public:
-  explicit SmallTmpfs(std::size_t bytes);
+  // `options` are added to the mount's ("nr_inodes=4" also bounds the room
+  // for extended attributes: tmpfs counts 1 KiB of it per inode).
+  explicit SmallTmpfs(std::size_t bytes, const std::string& options = "");
   ~SmallTmpfs();
   bool ok() const { return ok_; }
   const std::string& reason() const { return reason_; }

@@ -92,6 +92,18 @@ bool writeOutput(const std::string& path, std::string_view bytes, std::string& e
   return true;
 }
 
+bool lockForUpdate(const std::string& path, sys::Links links, sys::UpdateLock& lock,
+                   std::string& error) {
+  if (path == "-") return true;
+  auto r = sys::lockForUpdate(path, links);
+  if (!r) {
+    error = r.error().message;
+    return false;
+  }
+  lock = std::move(r.value());
+  return true;
+}
+
 bool pathExists(const std::string& path) {
   struct stat st {};
   return ::lstat(path.c_str(), &st) == 0;

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "platform/base/Files.h"
+#include "platform/base/UpdateLock.h"
 #include "platform/plist/Value.h"
 
 namespace wf::tools {
@@ -39,6 +40,13 @@ bool readDocument(const std::string& path, Value& out, std::string& error,
 // program replaced the file since it was read.
 bool writeOutput(const std::string& path, std::string_view bytes, std::string& error,
                  const std::optional<sys::FileIdentity>& readFrom = std::nullopt);
+
+// Takes the lock that this project's writers hold on `path` while they
+// read, change and write it back (see platform/base/UpdateLock.h), waiting
+// up to ten seconds for another writer; "-" needs none. On failure `error`
+// says why, without the path, and nothing may be written.
+bool lockForUpdate(const std::string& path, sys::Links links, sys::UpdateLock& lock,
+                   std::string& error);
 
 // Whether something exists at `path` (a dangling link counts).
 bool pathExists(const std::string& path);

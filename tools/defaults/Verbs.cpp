@@ -6,6 +6,7 @@
 #include "ToolFiles.h"
 #include "TypedValues.h"
 #include "platform/base/Files.h"
+#include "platform/base/UpdateLock.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
@@ -60,6 +61,14 @@ bool typedItems(const Args& rest, std::size_t from, std::vector<Value>& out, std
     }
   }
   return true;
+}
+
+// Holds the domain file for one read-change-write, so that two writers of
+// this project take turns instead of one losing the other's change.
+bool lockDomain(const std::string& path, sys::UpdateLock& lock, std::string& error) {
+  if (tools::lockForUpdate(path, sys::Links::Follow, lock, error)) return true;
+  error = path + ": " + error;
+  return false;
 }
 
 }  // namespace
@@ -143,6 +152,8 @@ int write(const std::string& program, const Args& args) {
   const std::string& key = args[1];
   const Args rest(args.begin() + 2, args.end());
   std::string path = domainPath(args[0]), error;
+  sys::UpdateLock lock;
+  if (!lockDomain(path, lock, error)) return fail(error);
   Value current;
   std::optional<sys::FileIdentity> read;
   if (!loadDomain(path, current, error, &read)) return fail(error);
@@ -196,6 +207,8 @@ int write(const std::string& program, const Args& args) {
 int remove(const std::string& program, const Args& args) {
   if (args.empty() || args.size() > 2) return usageError(program);
   std::string path = domainPath(args[0]), error;
+  sys::UpdateLock lock;
+  if (!lockDomain(path, lock, error)) return fail(error);
   Value current;
   std::optional<sys::FileIdentity> read;
   if (!loadDomain(path, current, error, &read)) return fail(error);
@@ -216,6 +229,8 @@ int remove(const std::string& program, const Args& args) {
 int rename(const std::string& program, const Args& args) {
   if (args.size() != 3) return usageError(program);
   std::string path = domainPath(args[0]), error;
+  sys::UpdateLock lock;
+  if (!lockDomain(path, lock, error)) return fail(error);
   Value current;
   std::optional<sys::FileIdentity> read;
   if (!loadDomain(path, current, error, &read)) return fail(error);
@@ -279,7 +294,10 @@ int importDomain(const std::string& program, const Args& args) {
   if (!tools::readDocument(args[1], v, error))
     return fail((args[1] == "-" ? std::string("<stdin>") : args[1]) + ": " + error);
   if (!v.isDictionary()) return fail(args[1] + ": the property list's root is not a dictionary");
-  if (!saveDomain(domainPath(args[0]), v.asDictionary(), error)) return fail(error);
+  const std::string path = domainPath(args[0]);
+  sys::UpdateLock lock;
+  if (!lockDomain(path, lock, error)) return fail(error);
+  if (!saveDomain(path, v.asDictionary(), error)) return fail(error);
   return 0;
 }
 

@@ -1,7 +1,9 @@
 #include "Commands.h"
 
 #include <glib.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 
@@ -9,6 +11,7 @@
 #include "Output.h"
 #include "openmeta/OpenMeta.h"
 #include "platform/base/Owners.h"
+#include "platform/base/UpdateLock.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
 
@@ -68,10 +71,52 @@ int readEach(const std::vector<std::string>& files, OutputFormat format, const R
   return status;
 }
 
+// A lock that could not be had, as a POSIX error of the store's shape with
+// the lock's own words.
+OptError lockError(const wf::sys::SysError& error) {
+  wf::Error e;
+  e.domain = wf::Error::POSIXDomain;
+  e.code = error.errnoValue();
+  e.userInfo.emplace(OpenMeta::kInfoKey, Value(error.message));
+  return e;
+}
+
+// Holds the file's attributes for one read-change-write: two writers of
+// this project (the helper's import among them) take turns on one file.
+OptError lockFile(const std::string& path, wf::sys::UpdateLock& lock) {
+  auto r = wf::sys::lockForUpdate(path, wf::sys::Links::NoFollow);
+  if (!r) return lockError(r.error());
+  lock = std::move(r.value());
+  return std::nullopt;
+}
+
+// Locks every file once, in one order for all writers (device and inode),
+// so that two commands on the same files never hold one each and wait.
+OptError lockFiles(const std::vector<std::string>& files, std::vector<wf::sys::UpdateLock>& locks) {
+  std::vector<std::pair<std::pair<dev_t, ino_t>, std::string>> order;
+  for (const std::string& path : files) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) == 0) order.push_back({{st.st_dev, st.st_ino}, path});
+  }
+  std::sort(order.begin(), order.end());
+  order.erase(std::unique(order.begin(), order.end(),
+                          [](const auto& a, const auto& b) { return a.first == b.first; }),
+              order.end());
+  for (const auto& entry : order) {
+    wf::sys::UpdateLock lock;
+    if (OptError e = lockFile(entry.second, lock)) return e;
+    locks.push_back(std::move(lock));
+  }
+  return std::nullopt;
+}
+
 int writeEach(const std::vector<std::string>& files, const Writer& write) {
   int status = 0;
   for (const std::string& path : files) {
-    if (OptError error = write(path)) {
+    wf::sys::UpdateLock lock;
+    OptError error = lockFile(path, lock);
+    if (!error) error = write(path);
+    if (error) {
       printError(path, *error);
       status = 1;
     }
@@ -102,16 +147,24 @@ std::vector<MacFinderTag> untakenMacTags(const std::string& path, const Value& t
   return out;
 }
 
+// Reading tags may write: the first meeting of the two lists merges them.
+Value lockedTagRead(const std::string& path, OptError* error) {
+  wf::sys::UpdateLock lock;
+  if (OptError e = lockFile(path, lock)) {
+    *error = std::move(e);
+    return Value();
+  }
+  return OpenMeta::getUserTags(path, error);
+}
+
 int getTags(const ParsedArguments& a) {
   const OutputFormat format = formatOf(a);
-  if (format != OutputFormat::Lines)
-    return readEach(a.operands, format,
-                    [](const std::string& p, OptError* e) { return OpenMeta::getUserTags(p, e); });
+  if (format != OutputFormat::Lines) return readEach(a.operands, format, lockedTagRead);
   // Lines: the tags, then the Mac Finder tags not taken in yet, marked.
   int status = 0;
   for (const std::string& path : a.operands) {
     OptError error;
-    const Value tags = OpenMeta::getUserTags(path, &error);
+    const Value tags = lockedTagRead(path, &error);
     if (error) {
       printError(path, *error);
       status = 1;
@@ -174,8 +227,9 @@ int clearTags(const ParsedArguments& a) {
 }
 
 int commonTags(const ParsedArguments& a) {
-  OptError error;
-  const Value tags = OpenMeta::getCommonUserTags(a.operands, &error);
+  std::vector<wf::sys::UpdateLock> locks;
+  OptError error = lockFiles(a.operands, locks);
+  const Value tags = error ? Value() : OpenMeta::getCommonUserTags(a.operands, &error);
   if (error) {
     printError("common tags", *error);
     return 1;
@@ -186,8 +240,11 @@ int commonTags(const ParsedArguments& a) {
 }
 
 int setCommonTags(const ParsedArguments& a) {
-  const OptError error = OpenMeta::setCommonUserTags(a.operands, stringArray(a.all("--original")),
-                                                     stringArray(a.all("--tag")));
+  std::vector<wf::sys::UpdateLock> locks;
+  OptError error = lockFiles(a.operands, locks);
+  if (!error)
+    error = OpenMeta::setCommonUserTags(a.operands, stringArray(a.all("--original")),
+                                        stringArray(a.all("--tag")));
   if (error) {
     printError("common tags", *error);
     return 1;

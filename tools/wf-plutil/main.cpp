@@ -94,7 +94,30 @@ std::string destination(const Options& o, const std::string& path) {
   return path;
 }
 
+// Whether the command writes its result back over the file it read.
+bool changesInPlace(const Options& o, const std::string& path) {
+  if (path == "-") return false;
+  switch (o.command) {
+    case Command::Extract:
+      return !(o.format == "raw" && o.output.empty()) && destination(o, path) == path;
+    case Command::Convert:
+    case Command::Insert:
+    case Command::Replace:
+    case Command::Remove:
+      return destination(o, path) == path;
+    default:
+      return false;
+  }
+}
+
 bool processFile(const Options& o, const std::string& path) {
+  // Another writer of this project changing the same file waits for this
+  // one (and this one for it) instead of one losing the other's change.
+  wf::sys::UpdateLock lock;
+  std::string lockError;
+  if (changesInPlace(o, path) &&
+      !wf::tools::lockForUpdate(path, wf::sys::Links::Follow, lock, lockError))
+    return report(path, lockError);
   Value root;
   std::string error;
   DocumentFormat format = DocumentFormat::XML;
