@@ -1,8 +1,11 @@
 // Several writers of this project on one file at once, each with its own
 // key or tag: every write that reported success is in the file at the end,
 // and none was refused because another writer was first.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <functional>
 
@@ -133,6 +136,43 @@ TEST_P(Concurrency, OpenmetaAddTagsLosesNothing) {
         batch.insert(batch.end(), round.begin(), round.end());
       });
   checkBatch();
+}
+
+// A writer that keeps the lock (stopped, or stuck on a slow disk) is waited
+// for ten seconds; then the tool gives up, says so, and changes nothing.
+TEST(LockWait, AWriterThatNeverLetsGoIsWaitedForThenNothingChanges) {
+  TempDir home;
+  TempDir dir{true};
+  struct Case {
+    std::string binary;
+    std::vector<std::string> args;
+    std::string file;
+  };
+  std::vector<Case> cases = {
+      {defaultsBinary(), {"write", dir / "a.plist", "k", "-int", "1"}, dir / "a.plist"},
+      {plutilBinary(), {"-insert", "k", "-string", "v", dir / "b.plist"}, dir / "b.plist"},
+      {openmetaBinary(), {"add-tags", "-t", "k", dir / "c.emlx"}, dir / "c.emlx"},
+  };
+  std::vector<int> held;
+  std::vector<FileState> before;
+  for (const Case& c : cases) {
+    writeFile(c.file, emptyDictionary());
+    held.push_back(::open(c.file.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(held.back(), LOCK_EX), 0);
+    before.push_back(stateOf(c.file));
+  }
+  // All three wait at once: the test takes the ten seconds only once.
+  std::vector<StartedTool> started;
+  for (const Case& c : cases) started.push_back(startTool(c.binary, c.args, {}, "", 60));
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    ToolRun r = finishTool(started[i]);
+    EXPECT_EQ(r.status, 1) << cases[i].binary << ": " << r.err;
+    EXPECT_NE(r.err.find("Another writer held the file for 10 s; nothing was changed"),
+              std::string::npos)
+        << r.err;
+    EXPECT_EQ(stateOf(cases[i].file), before[i]);
+  }
+  for (int fd : held) ::close(fd);
 }
 
 INSTANTIATE_TEST_SUITE_P(Writers, Concurrency, ::testing::Values(2, 8),

@@ -71,13 +71,11 @@ int readEach(const std::vector<std::string>& files, OutputFormat format, const R
   return status;
 }
 
-// A lock that could not be had, as a POSIX error of the store's shape with
-// the lock's own words.
+// A lock that could not be had: a POSIX error with the lock's own words as
+// its reason.
 OptError lockError(const wf::sys::SysError& error) {
-  wf::Error e;
-  e.domain = wf::Error::POSIXDomain;
-  e.code = error.errnoValue();
-  e.userInfo.emplace(OpenMeta::kInfoKey, Value(error.message));
+  wf::Error e = wf::Error::posix(error.errnoValue());
+  e.userInfo.emplace("reason", Value(error.message));
   return e;
 }
 

@@ -43,6 +43,9 @@ bool printStructured(const wf::Value& value, OutputFormat format) {
 }
 
 std::string reasonOf(const wf::Error& error) {
+  // The tool's own errors (a lock it could not have) say more than errno.
+  if (auto it = error.userInfo.find("reason"); it != error.userInfo.end() && it->second.isString())
+    return it->second.asString();
   if (error.domain == kPosixDomain) return g_strerror(static_cast<int>(error.code));
   if (auto it = error.userInfo.find("info"); it != error.userInfo.end())
     return it->second.isString() ? it->second.asString() : wf::describe(it->second);

@@ -2,8 +2,10 @@
 // tagged by other processes get their attributes or their stub. The store
 // lives on tmpfs (/dev/shm), linked into the temporary home as
 // Library/Mail/V2.
+#include <fcntl.h>
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -195,6 +197,27 @@ TEST_F(ImportEndToEnd, OwnWritesDoNotFeedOnThemselves) {
   ASSERT_TRUE(s.waitForLine("OpenMeta Importing... attributesToImport {\n}\n", 2.0))
       << s.stderrText();
   EXPECT_EQ(s.countInStderr("OpenMeta Importing... setting attribute kMDItemStarRating\n"), 1);
+}
+
+TEST_F(ImportEndToEnd, AMessageATagWriterHoldsIsImportedOnceItIsFree) {
+  // The lock every writer of tags takes, held here as a tool holds it
+  // while it reads, changes and writes the message's attributes.
+  std::string source = outside / "601.emlx";
+  test::writeFile(source, message({{"wrenfoldPriority", Value(4)}}));
+  int held = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(held, 0);
+  ASSERT_EQ(::flock(held, LOCK_EX), 0);
+  std::string path = mailbox + "/601.emlx";
+  ASSERT_TRUE(run({"mv", source, path}));
+  ASSERT_TRUE(s.waitForLine(
+      "OpenMeta import: " + path + " held by another writer; tried again shortly\n", kImportWait))
+      << s.stderrText();
+  EXPECT_TRUE(test::spotlightAttribute(path, "kMDItemStarRating").isNil())
+      << "imported while another writer held the message";
+  ::close(held);
+  EXPECT_TRUE(s.waitForFiles(
+      [&] { return test::spotlightAttribute(path, "kMDItemStarRating") == Value(4); }, 3.0))
+      << s.stderrText();
 }
 
 }  // namespace
