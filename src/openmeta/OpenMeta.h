@@ -150,7 +150,9 @@ class OpenMeta {
   // Normalises `tags` (removeDuplicateTags), writes the tag time, mirrors the
   // tags to the Finder tags (Mavericks or later), and stores them under
   // "kMDItemOMUserTags". `tags` must be an array of strings ("Open Meta SYNC
-  // parameter error" otherwise); an empty array is stored as such.
+  // parameter error" otherwise); an empty array is stored as such. All or
+  // none: the list's size is checked first, and when a write fails the
+  // attributes already written are put back as they were.
   static OptError setUserTags(const Value& tags, const std::string& path);  // now
   static OptError setUserTags(const Value& tags, const std::string& path, Date date);
   // The same, with a separate list for the Finder tags (normalised, not
@@ -160,7 +162,8 @@ class OpenMeta {
   static OptError setUserTags(const Value& tags, const Value& finderTags, const std::string& path,
                               Date date);
   // Removes the given tags (compared by lowercaseString); writes only when a
-  // tag was removed.
+  // tag was removed. A failed write also puts back what reading the tags
+  // merged (so do addUserTags and the rating's two writes below).
   static OptError clearUserTags(const Value& tags, const std::string& path);
   // Adds the given tags after the current ones; writes only on a change.
   static OptError addUserTags(const Value& tags, const std::string& path);
