@@ -26,7 +26,7 @@ std::chrono::microseconds napAfter(int attempt) {
 }
 
 // Takes the exclusive lock on `fd`, waiting until `deadline`.
-Result<Taken> takeLock(int fd, Clock::time_point deadline) {
+Taken takeLock(int fd, Clock::time_point deadline) {
   for (int attempt = 0;; ++attempt) {
     if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return Taken::Yes;
     const int err = errno;
@@ -94,9 +94,9 @@ Result<UpdateLock> lockForUpdate(const std::string& path, Links links,
     if (::fstat(fd.get(), &locked) != 0) return UpdateLock();
     if (!S_ISREG(locked.st_mode) && !S_ISDIR(locked.st_mode)) return UpdateLock();
 
-    auto taken = takeLock(fd.get(), deadline);
-    if (*taken == Taken::Unsupported) return UpdateLock();
-    if (*taken == Taken::Busy) return heldByAnother(wait);
+    const Taken taken = takeLock(fd.get(), deadline);
+    if (taken == Taken::Unsupported) return UpdateLock();
+    if (taken == Taken::Busy) return heldByAnother(wait);
 
     // The lock counts only if the name still leads where it did.
     struct stat now {};
