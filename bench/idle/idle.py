@@ -26,6 +26,8 @@ KNOWN_THREADS = {
     "gmain": "GLib's worker context: GIO's internal sources (file monitors, async I/O)",
     "gdbus": "GDBus: reads and writes the session bus connection",
     "pool-spawner": "GLib's thread pool: starts pool threads on request",
+    "pool": "a worker of GLib's thread pool (GIO's blocking calls made asynchronous); "
+            "it ends after some idle seconds, which is why a thread may end in the window",
     "dconf worker": "dconf's GSettings back end",
 }
 
