@@ -1,5 +1,7 @@
 // What a tag list may hold and in which form it is stored: canonical
 // decomposition, one tag per case-insensitive group, first occurrence first.
+#include <set>
+
 #include "openmeta/OpenMeta.h"
 #include "platform/foundation/Strings.h"
 
@@ -24,11 +26,16 @@ Value OpenMeta::decomposeArrayOfStrings(const Value& array) {
 
 Value OpenMeta::removeDuplicateTags(const Value& tags) {
   if (tags.isNil()) return Value();
+  // The first of each case-insensitive group, in the order given: what
+  // orderedArrayWithDict makes of the table of the decomposed tags with
+  // those tags as its hint, without building and copying the table.
   const Value decomposed = decomposeArrayOfStrings(tags);
-  TagTable table;
+  std::set<std::string, std::less<>> seen;
+  Array result;
+  result.reserve(decomposed.count());
   for (const Value& tag : decomposed.asArray())
-    table.insert_or_assign(ns::lowercaseString(tag.asString()), tag.asString());
-  return orderedArrayWithDict(table, decomposed);
+    if (seen.insert(ns::lowercaseString(tag.asString())).second) result.push_back(tag);
+  return Value(std::move(result));
 }
 
 Value OpenMeta::orderedArrayWithDict(const TagTable& dict, const Value& sortHint) {

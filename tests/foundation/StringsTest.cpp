@@ -85,6 +85,25 @@ TEST(LowercaseString, InvalidUTF8KeepsBytesAndLowersASCII) {
   EXPECT_EQ(lowercaseString("AB\xff"), "ab\xff");
 }
 
+TEST(LowercaseString, PlainASCIIAsGLibLowersIt) {
+  // ASCII text takes a short way; it must come out as GLib's tables make it.
+  const std::string ascii = "Project ALPHA, Inbox-42 [IJ] ~{}";
+  EXPECT_EQ(lowercaseString(ascii), "project alpha, inbox-42 [ij] ~{}");
+  std::string everyCharacter;
+  for (int c = 1; c < 0x80; ++c) everyCharacter.push_back(static_cast<char>(c));
+  std::string expected = everyCharacter;
+  for (char& c : expected)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  EXPECT_EQ(lowercaseString(everyCharacter), expected);
+}
+
+TEST(Decomposition, PlainASCIIIsItsOwnDecomposition) {
+  std::string everyCharacter;
+  for (int c = 1; c < 0x80; ++c) everyCharacter.push_back(static_cast<char>(c));
+  EXPECT_EQ(decomposedStringWithCanonicalMapping(everyCharacter), everyCharacter);
+  EXPECT_EQ(decomposedStringWithCanonicalMapping(""), "");
+}
+
 TEST(Decomposition, FormD) {
   EXPECT_EQ(decomposedStringWithCanonicalMapping("\u00E9"), "e\u0301");
   EXPECT_EQ(decomposedStringWithCanonicalMapping("\u00C5ngstr\u00F6m"), "A\u030Angstro\u0308m");

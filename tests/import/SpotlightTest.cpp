@@ -84,5 +84,18 @@ TEST_F(SpotlightAttributes, LargestValueIsRead) {
   EXPECT_EQ(item->copyAllAttributes().get("kMDItemComment"), Value(text));
 }
 
+TEST_F(SpotlightAttributes, ValueLongerThanTheFirstReadIsReadWhole) {
+  // Values are read through a small buffer first; a longer one is asked
+  // for its size and read again.
+  std::string text(20000, 'y');
+  setSpotlightAttribute(file, "kMDItemComment", Value(text));
+  setSpotlightAttribute(file, "kMDItemProjects", Value(Array{Value("short")}));
+  auto item = SpotlightItem::createWithPath(file);
+  ASSERT_TRUE(item.has_value());
+  const Value all = item->copyAllAttributes();
+  EXPECT_EQ(all.get("kMDItemComment"), Value(text));
+  EXPECT_EQ(all.get("kMDItemProjects"), Value(Array{Value("short")}));
+}
+
 }  // namespace
 }  // namespace wf

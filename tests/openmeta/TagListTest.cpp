@@ -82,6 +82,26 @@ TEST(TagLists, ResultIsShorterStringsInFormDAndStable) {
   }
 }
 
+TEST(TagLists, RemoveDuplicatesIsTheTableOrderedByItsOwnTags) {
+  // The duplicates are removed in one pass; it must give what the table of
+  // the decomposed tags, ordered with those tags as the hint, gives.
+  const std::vector<Value> inputs = {
+      tags({Value("Work"), Value("Home"), Value("work"), Value("Urgent"), Value("HOME")}),
+      tags({Value("b"), Value("A"), Value("a"), Value("B"), Value("c")}),
+      tags({Value(kCafeComposed), Value("Caf\xC3\x89"), Value(kCafeDecomposed), Value("x")}),
+      tags({Value("\xC3\x84rger"), Value("\xC3\xA4rger"), Value(2), Value("ARGER")}),
+      tags({Value(""), Value("I"), Value("i"), Value("\xC4\xB0")}),
+  };
+  for (const Value& input : inputs) {
+    const Value decomposed = OpenMeta::decomposeArrayOfStrings(input);
+    OpenMeta::TagTable table;
+    for (const Value& tag : decomposed.asArray())
+      table.insert_or_assign(ns::lowercaseString(tag.asString()), tag.asString());
+    EXPECT_EQ(OpenMeta::removeDuplicateTags(input),
+              OpenMeta::orderedArrayWithDict(table, decomposed));
+  }
+}
+
 TEST(TagLists, OrderedArrayUsesTheHintsSpellingThenTheLeftovers) {
   const OpenMeta::TagTable table{{"b", "B"}, {"c", "c"}};
   EXPECT_EQ(OpenMeta::orderedArrayWithDict(table, tags({Value("b"), Value("x")})),

@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <clocale>
 #include <cstring>
 #include <limits>
 
@@ -41,9 +42,33 @@ std::size_t extensionDot(const std::string& fixed) {
   return dot;
 }
 
+// Text of ASCII characters other than NUL: most tags and keys. Canonical
+// decomposition leaves it as it is and its lower case is ASCII's, so it
+// needs no trip through GLib's tables (and no allocation of GLib's).
+bool isPlainASCII(std::string_view s) {
+  for (unsigned char c : s)
+    if (c == 0 || c >= 0x80) return false;
+  return true;
+}
+
+// Whether GLib lowers 'I' (and 'J') as ASCII does: not in the Turkic and
+// Lithuanian locales, where it has rules of its own.
+bool lowersLikeASCII(std::string_view s) {
+  if (s.find_first_of("IJ") == std::string_view::npos) return true;
+  const char* ctype = std::setlocale(LC_CTYPE, nullptr);
+  if (!ctype) return true;
+  const std::string_view language(ctype, std::strlen(ctype) >= 2 ? 2 : std::strlen(ctype));
+  return language != "tr" && language != "az" && language != "lt";
+}
+
 }  // namespace
 
 std::string lowercaseString(std::string_view s) {
+  if (isPlainASCII(s) && lowersLikeASCII(s)) {
+    std::string out(s);
+    for (char& c : out) c = g_ascii_tolower(c);
+    return out;
+  }
   if (!isValidUTF8(s)) {
     // Not text we can map; lower the ASCII letters and keep the rest.
     std::string out(s);
@@ -55,6 +80,7 @@ std::string lowercaseString(std::string_view s) {
 }
 
 std::string decomposedStringWithCanonicalMapping(std::string_view s) {
+  if (isPlainASCII(s)) return std::string(s);
   sys::GPtr<char> nfd(g_utf8_normalize(s.data(), static_cast<gssize>(s.size()), G_NORMALIZE_NFD));
   if (!nfd) return std::string(s);  // invalid UTF-8: nothing to decompose
   return std::string(nfd.get());

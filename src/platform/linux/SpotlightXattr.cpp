@@ -31,12 +31,28 @@ std::string listAttributeNames(const std::string& path) {
   return {};
 }
 
+// Values are short: a small buffer on the stack first, and only a longer
+// value is asked for its size. The kernel zeroes a buffer as large as the
+// one offered, so offering the largest size to every read costs more than
+// the read itself.
 bool readAttribute(const std::string& path, const std::string& name, std::string& out) {
-  out.assign(kSpotlightAttributeMaxSize, '\0');
-  ssize_t got = lgetxattr(path.c_str(), name.c_str(), out.data(), out.size());
-  if (got < 0) return false;
-  out.resize(static_cast<std::size_t>(got));
-  return true;
+  char small[4096];
+  ssize_t got = lgetxattr(path.c_str(), name.c_str(), small, sizeof small);
+  if (got >= 0) {
+    out.assign(small, static_cast<std::size_t>(got));
+    return true;
+  }
+  for (int attempt = 0; attempt < 4 && errno == ERANGE; ++attempt) {
+    const ssize_t size = lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
+    if (size < 0 || static_cast<std::size_t>(size) > kSpotlightAttributeMaxSize) return false;
+    out.assign(static_cast<std::size_t>(size), '\0');
+    got = lgetxattr(path.c_str(), name.c_str(), out.data(), out.size());
+    if (got >= 0) {
+      out.resize(static_cast<std::size_t>(got));
+      return true;
+    }
+  }
+  return false;  // ERANGE still: the value keeps growing between the calls
 }
 
 }  // namespace

@@ -14,12 +14,15 @@ class SystemExtendedAttributes : public ExtendedAttributes {
  public:
   sys::Result<std::string> get(const std::string& path, const std::string& name,
                                std::size_t limit) override {
-    // Most values are short: a small buffer first, the exact size only
-    // for a longer one (asked again while the value grows in between).
-    std::string value(std::min<std::size_t>(limit, 1024), '\0');
-    ssize_t got = lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
-    for (int attempt = 0; attempt < 8 && got < 0 && errno == ERANGE && value.size() < limit;
-         ++attempt) {
+    // Most values are short: read into a buffer on the stack, so that a
+    // short value costs one allocation of its own size; the exact size is
+    // asked only for a longer one (again while the value grows in between).
+    char small[1024];
+    const std::size_t first = std::min(limit, sizeof small);
+    ssize_t got = lgetxattr(path.c_str(), name.c_str(), small, first);
+    if (got >= 0) return std::string(small, static_cast<std::size_t>(got));
+    std::string value;
+    for (int attempt = 0; attempt < 8 && got < 0 && errno == ERANGE && first < limit; ++attempt) {
       const ssize_t size = lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
       if (size < 0) return sys::errnoError(errno);
       if (static_cast<std::size_t>(size) > limit) return sys::errnoError(ERANGE);

@@ -1,8 +1,9 @@
 // XML property lists laid out byte for byte as Foundation writes them.
 #include <algorithm>
-#include <cinttypes>
 #include <cmath>
-#include <cstdio>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "platform/base/TextScan.h"
@@ -38,15 +39,29 @@ bool hasAstralCharacter(std::string_view s) {
 // reads back to the same date; what cannot be written so (NaN, infinities,
 // dates beyond what the reader accepts) is refused rather than changed.
 // Returns why a date cannot be written, or nothing.
-std::string unwritableDate(Date d) {
+std::string unwritableDate(Date d, CivilTime& t) {
   double s = d.seconds;
   if (std::isnan(s)) return "an undefined date (NaN)";
   if (std::isinf(s)) return s > 0 ? "an infinitely late date" : "an infinitely early date";
   if (std::fabs(s) > kMaxDateSeconds) return "a date more than 3 billion years away";
-  CivilTime t = gregorianFromDate(d);
+  t = gregorianFromDate(d);
   if (dateSecondsFromGregorian(t.year, t.month, t.day, t.hour, t.minute, t.second) != std::floor(s))
     return "a date whose calendar form does not read back";
   return {};
+}
+
+// `value` in at least `width` decimal digits, zero-padded, at `p`; returns
+// the end. Dates are written by the thousand, so this stands in for printf.
+char* putDigits(char* p, std::uint64_t value, int width) {
+  char digits[20];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  while (n < width) digits[n++] = '0';
+  while (n > 0) *p++ = digits[--n];
+  return p;
 }
 
 class XmlWriter {
@@ -81,13 +96,13 @@ class XmlWriter {
         if (!appendEscaped(v.asString())) return false;
         out_.append("</string>\n");
         return true;
-      case T::Date:
-        if (auto why = unwritableDate(v.asDate()); !why.empty())
+      case T::Date: {
+        CivilTime t{};
+        if (auto why = unwritableDate(v.asDate(), t); !why.empty())
           return fail(why + " cannot be written in XML (binary keeps it)");
-        out_.append("<date>");
-        appendDate(v.asDate());
-        out_.append("</date>\n");
+        appendDate(t);
         return true;
+      }
       case T::Data:
         out_.append("<data>\n");
         appendBase64Lines(out_, v.asData(), depth);
@@ -186,26 +201,47 @@ class XmlWriter {
   bool appendEscaped(const std::string& s) {
     if (!text::isValidUTF8(s)) return fail("a string is not valid UTF-8");
     std::size_t from = 0;
-    for (std::size_t i = 0; i < s.size(); ++i) {
-      const char* entity;
-      switch (s[i]) {
-        case '&':
-          entity = "&amp;";
-          break;
-        case '<':
-          entity = "&lt;";
-          break;
-        case '>':
-          entity = "&gt;";
-          break;
-        default:
+    const std::size_t n = s.size();
+    std::size_t i = 0;
+    while (i < n) {
+      // Eight bytes at a time past text with nothing to escape.
+      if (n - i >= 8) {
+        std::uint64_t w;
+        std::memcpy(&w, s.data() + i, 8);
+        if (!holdsMarkup(w)) {
+          i += 8;
           continue;
+        }
       }
-      out_.append(s, from, i - from).append(entity);
-      from = i + 1;
+      const std::size_t stop = std::min(n, i + 8);
+      for (; i < stop; ++i) {
+        const char* entity;
+        switch (s[i]) {
+          case '&':
+            entity = "&amp;";
+            break;
+          case '<':
+            entity = "&lt;";
+            break;
+          case '>':
+            entity = "&gt;";
+            break;
+          default:
+            continue;
+        }
+        out_.append(s, from, i - from).append(entity);
+        from = i + 1;
+      }
     }
     out_.append(s, from, std::string::npos);
     return true;
+  }
+
+  // Whether any of the eight bytes is '&', '<' or '>'.
+  static bool holdsMarkup(std::uint64_t w) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+    auto anyZero = [](std::uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
+    return anyZero(w ^ (kOnes * '&')) || anyZero(w ^ (kOnes * '<')) || anyZero(w ^ (kOnes * '>'));
   }
 
   void appendReal(double d) {
@@ -217,14 +253,26 @@ class XmlWriter {
       appendShortestDouble(out_, d);
   }
 
-  void appendDate(Date d) {
-    CivilTime t = gregorianFromDate(d);
-    // Years before 1 keep four digits after the sign, so they read back.
+  // "<date>YYYY-MM-DDTHH:MM:SSZ</date>\n"; years before 1 keep four digits
+  // after the sign, so they read back.
+  void appendDate(const CivilTime& t) {
     char buf[80];
-    std::snprintf(buf, sizeof buf, "%s%04" PRId64 "-%02d-%02dT%02d:%02d:%02dZ",
-                  t.year < 0 ? "-" : "", t.year < 0 ? -t.year : t.year, t.month, t.day, t.hour,
-                  t.minute, t.second);
-    out_.append(buf);
+    char* p = buf;
+    for (char c : std::string_view("<date>")) *p++ = c;
+    if (t.year < 0) *p++ = '-';
+    p = putDigits(p, static_cast<std::uint64_t>(t.year < 0 ? -t.year : t.year), 4);
+    *p++ = '-';
+    p = putDigits(p, static_cast<std::uint64_t>(t.month), 2);
+    *p++ = '-';
+    p = putDigits(p, static_cast<std::uint64_t>(t.day), 2);
+    *p++ = 'T';
+    p = putDigits(p, static_cast<std::uint64_t>(t.hour), 2);
+    *p++ = ':';
+    p = putDigits(p, static_cast<std::uint64_t>(t.minute), 2);
+    *p++ = ':';
+    p = putDigits(p, static_cast<std::uint64_t>(t.second), 2);
+    for (char c : std::string_view("Z</date>\n")) *p++ = c;
+    out_.append(buf, static_cast<std::size_t>(p - buf));
   }
 
   std::string& out_;
