@@ -8,8 +8,8 @@
 #include "MacFinderTags.h"
 #include "Output.h"
 #include "openmeta/OpenMeta.h"
-#include "platform/base/Owners.h"
 #include "platform/foundation/Strings.h"
+#include "platform/glib/Owners.h"
 #include "platform/plist/PropertyList.h"
 
 namespace openmeta_tool {

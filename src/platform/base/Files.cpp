@@ -10,6 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <random>
 #include <vector>
 
 namespace wf::sys {
@@ -150,12 +151,14 @@ Result<void> replaceAtomically(const std::string& path, const AtomicWriteOptions
   if (replacing && S_ISDIR(old.st_mode)) return SysError::fromErrno(EISDIR);
 
   std::string temporary = "." + name + "." + options.temporaryTag + "XXXXXX";
+  static thread_local std::minstd_rand random(std::random_device{}());
   UniqueFd out;
   for (int attempt = 0; attempt < 100 && !out; ++attempt) {
     std::string candidate = temporary;
     static const char kChars[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     for (std::size_t i = candidate.size() - 6; i < candidate.size(); ++i)
-      candidate[i] = kChars[g_random_int_range(0, sizeof kChars - 1)];
+      candidate[i] =
+          kChars[std::uniform_int_distribution<std::size_t>(0, sizeof kChars - 2)(random)];
     mode_t mode = replacing && S_ISREG(old.st_mode) && options.keepMetadata ? (old.st_mode & 07777)
                                                                             : options.createMode;
     out.reset(::openat(dir->get(), candidate.c_str(),

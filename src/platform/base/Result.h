@@ -1,15 +1,12 @@
 // The one result type of every wrapper of a system call or GLib call: a
 // value, or the error that the call reported (errno, or a GError's domain,
-// code and message). Foundation-shaped APIs translate it at their edge.
+// code and message, see platform/glib/Owners.h). Foundation-shaped APIs
+// translate it at their edge.
 #pragma once
 
 #include <string>
 #include <utility>
 #include <variant>
-
-// GLib's error type, named without pulling GLib into every user of Result;
-// the reserved name is GLib's own.
-struct _GError;  // NOLINT(bugprone-reserved-identifier)
 
 namespace wf::sys {
 
@@ -21,7 +18,6 @@ struct SysError {
   std::string message;
 
   static SysError fromErrno(int err);
-  static SysError fromGError(const ::_GError* error);  // NOLINT(bugprone-reserved-identifier)
   bool isErrno(int err) const { return domain == kErrnoDomain && code == err; }
   // errno when the error is one, else 0.
   int errnoValue() const { return domain == kErrnoDomain ? code : 0; }
