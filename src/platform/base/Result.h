@@ -64,4 +64,28 @@ class [[nodiscard]] Result<void> {
 inline Result<void> success() { return {}; }
 inline SysError errnoError(int err) { return SysError::fromErrno(err); }
 
+namespace detail {
+template <class T>
+T&& tryValue(Result<T>&& result) {
+  return std::move(result).value();
+}
+inline void tryValue(Result<void>&& /*result*/) {}
+}  // namespace detail
+
 }  // namespace wf::sys
+
+// Propagation in one line: evaluates a Result, returns its error from the
+// function around it on failure, else yields the value (nothing for
+// Result<void>):
+//   UniqueFd fd = WF_TRY(openRegularFile(path));
+//   WF_TRY(writeAll(fd.get(), bytes));
+// A GNU statement expression, which GCC and Clang (the project's two
+// compilers) both have: no standard C++ expression can return from the
+// enclosing function, and the alternative, a declaring macro, cannot stand
+// as the body of an unbraced if. __extension__ tells -Wpedantic it is meant.
+#define WF_TRY(expr)                                     \
+  __extension__({                                        \
+    auto wfTryResult = (expr);                           \
+    if (!wfTryResult) return wfTryResult.error();        \
+    ::wf::sys::detail::tryValue(std::move(wfTryResult)); \
+  })
