@@ -113,7 +113,7 @@ std::optional<ImportRecord> readImportRecord(const std::string& path) {
 bool openImportRecord(const std::string& path, const Value& previousStamp) {
   Dictionary note{{"owner", Value(currentImportOwner())}};
   if (previousStamp.isDate()) note.insert_or_assign("previousStamp", previousStamp);
-  return !OpenMeta::setXAttr(Value(std::move(note)), kImportRecordName, path);
+  return succeeded(OpenMeta::setXAttr(Value(std::move(note)), kImportRecordName, path));
 }
 
 void closeImportRecord(const std::string& path, const std::string& unkeptValues,

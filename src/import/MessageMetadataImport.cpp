@@ -160,7 +160,7 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
     Value now = finalStamp(services().clock->now(), tagTime);
     openImportRecord(path, stampBefore);
     OpenMeta::setXAttrMetaData(Value(Date::distantFuture()), kTimeStampKey, path);
-    if (!OpenMeta::setXAttrMetaData(now, kTimeStampKey, path)) removeImportRecord(path);
+    if (succeeded(OpenMeta::setXAttrMetaData(now, kTimeStampKey, path))) removeImportRecord(path);
     return;
   }
 
@@ -193,7 +193,8 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
     WFLogKeyed("logOpenMeta", "OpenMeta Importing... setting attribute %@", key);
     OpenMeta::setXAttrMetaData(value, key, path);
   }
-  if (OpenMeta::setXAttrMetaData(now, kTimeStampKey, path)) return;  // the record stays open
+  if (failed(OpenMeta::setXAttrMetaData(now, kTimeStampKey, path)))
+    return;  // the record stays open
 
   // What the store kept: values that still differ were refused or changed
   // on the way (a date's fraction, a value of another kind). Only the

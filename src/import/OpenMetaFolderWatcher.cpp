@@ -216,7 +216,7 @@ std::optional<Value> WFHelperAppDelegate::resumeInterruptedImport(const std::str
   // keywords' three tag lists) were never written.
   Value before =
       record->previousStamp.isDate() ? record->previousStamp : Value(Date::distantPast());
-  if (OpenMeta::setXAttrMetaData(before, kTimeStampKey, path)) return std::nullopt;
+  if (failed(OpenMeta::setXAttrMetaData(before, kTimeStampKey, path))) return std::nullopt;
   removeImportRecord(path);
   Dictionary restored;
   for (const auto& [key, value] : attributes.asDictionary())

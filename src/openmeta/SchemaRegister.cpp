@@ -8,9 +8,9 @@
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
 #include "platform/base/HomeFolder.h"
-#include "platform/base/Later.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
+#include "platform/glib/Later.h"
 #include "platform/plist/PropertyList.h"
 
 namespace wf {

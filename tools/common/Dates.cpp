@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 
 namespace wf::tools {
 

@@ -13,6 +13,7 @@
 #include "platform/base/Owners.h"
 #include "platform/base/UpdateLock.h"
 #include "platform/foundation/Strings.h"
+#include "platform/glib/Owners.h"
 #include "platform/plist/PropertyList.h"
 
 namespace openmeta_tool {

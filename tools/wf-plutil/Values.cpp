@@ -7,7 +7,7 @@
 
 #include "Dates.h"
 #include "Json.h"
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 #include "platform/plist/PropertyList.h"
 
 namespace wf::plutil {

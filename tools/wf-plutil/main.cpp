@@ -12,8 +12,8 @@
 #include "Options.h"
 #include "PrettyPrint.h"
 #include "ToolFiles.h"
-#include "platform/base/Owners.h"
 #include "platform/foundation/Format.h"
+#include "platform/glib/Owners.h"
 #include "platform/plist/PropertyList.h"
 
 using wf::Value;

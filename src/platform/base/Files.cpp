@@ -10,6 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <random>
 #include <vector>
 
 namespace wf::sys {
@@ -55,16 +56,15 @@ Result<void> removeFolderAt(int dirFd, const std::string& name, dev_t device) {
   struct stat st {};
   if (::fstat(sub.get(), &st) != 0) return lastError();
   if (st.st_dev != device) return SysError::fromErrno(EXDEV);
-  if (auto r = removeContents(sub.get(), device); !r) return r;
+  WF_TRY(removeContents(sub.get(), device));
   if (::unlinkat(dirFd, name.c_str(), AT_REMOVEDIR) != 0) return lastError();
   return success();
 }
 
 Result<void> removeContents(int dirFd, dev_t device) {
-  auto dir = listingOf(dirFd);
-  if (!dir) return dir.error();
+  UniqueDir dir = WF_TRY(listingOf(dirFd));
   std::vector<std::string> names;
-  while (dirent* e = ::readdir(dir->get())) {
+  while (dirent* e = ::readdir(dir.get())) {
     if (!std::strcmp(e->d_name, ".") || !std::strcmp(e->d_name, "..")) continue;
     names.emplace_back(e->d_name);
   }
@@ -87,8 +87,7 @@ Result<void> fillFrom(int sourceFd, int out) {
       return lastError();
     }
     if (n == 0) return success();
-    if (auto w = writeAll(out, std::string_view(buf.data(), static_cast<std::size_t>(n))); !w)
-      return w;
+    WF_TRY(writeAll(out, std::string_view(buf.data(), static_cast<std::size_t>(n))));
   }
 }
 
@@ -135,30 +134,27 @@ void copyExtendedAttributes(int from, int to) {
 Result<void> replaceAtomically(const std::string& path, const AtomicWriteOptions& options,
                                const std::function<Result<void>(int)>& fill) {
   std::string target = path;
-  if (options.finalLink == Links::Follow) {
-    auto resolved = resolveFinalLink(path);
-    if (!resolved) return resolved.error();
-    target = std::move(resolved.value());
-  }
+  if (options.finalLink == Links::Follow) target = WF_TRY(resolveFinalLink(path));
   auto [folder, name] = splitPath(target);
   if (name.empty() || name == "." || name == "..") return SysError::fromErrno(EISDIR);
-  auto dir = openFolder(folder);
-  if (!dir) return dir.error();
+  UniqueFd dir = WF_TRY(openFolder(folder));
 
   struct stat old {};
-  bool replacing = ::fstatat(dir->get(), name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
+  bool replacing = ::fstatat(dir.get(), name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
   if (replacing && S_ISDIR(old.st_mode)) return SysError::fromErrno(EISDIR);
 
   std::string temporary = "." + name + "." + options.temporaryTag + "XXXXXX";
+  static thread_local std::minstd_rand random(std::random_device{}());
   UniqueFd out;
   for (int attempt = 0; attempt < 100 && !out; ++attempt) {
     std::string candidate = temporary;
     static const char kChars[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     for (std::size_t i = candidate.size() - 6; i < candidate.size(); ++i)
-      candidate[i] = kChars[g_random_int_range(0, sizeof kChars - 1)];
+      candidate[i] =
+          kChars[std::uniform_int_distribution<std::size_t>(0, sizeof kChars - 2)(random)];
     mode_t mode = replacing && S_ISREG(old.st_mode) && options.keepMetadata ? (old.st_mode & 07777)
                                                                             : options.createMode;
-    out.reset(::openat(dir->get(), candidate.c_str(),
+    out.reset(::openat(dir.get(), candidate.c_str(),
                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (out)
       temporary = candidate;
@@ -169,7 +165,7 @@ Result<void> replaceAtomically(const std::string& path, const AtomicWriteOptions
 
   auto fail = [&](SysError e) -> Result<void> {
     out.reset();
-    ::unlinkat(dir->get(), temporary.c_str(), 0);
+    ::unlinkat(dir.get(), temporary.c_str(), 0);
     return e;
   };
   if (replacing && S_ISREG(old.st_mode) && options.keepMetadata) {
@@ -181,7 +177,7 @@ Result<void> replaceAtomically(const std::string& path, const AtomicWriteOptions
       // caller's, as any editor leaves it. Its checked result also keeps
       // glibc's fortified fchown (warn_unused_result) quiet.
     }
-    UniqueFd oldFd(::openat(dir->get(), name.c_str(),
+    UniqueFd oldFd(::openat(dir.get(), name.c_str(),
                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (oldFd) copyExtendedAttributes(oldFd.get(), out.get());
   }
@@ -191,15 +187,15 @@ Result<void> replaceAtomically(const std::string& path, const AtomicWriteOptions
   if (out.closeChecked() != 0) return fail(lastError());
   if (options.expected) {
     struct stat now {};
-    if (::fstatat(dir->get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
+    if (::fstatat(dir.get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
         now.st_dev != options.expected->device || now.st_ino != options.expected->inode)
       return fail(SysError{SysError::kErrnoDomain, ESTALE,
                            "Replaced by another program while being changed; left as it is now"});
   }
-  if (::renameat(dir->get(), temporary.c_str(), dir->get(), name.c_str()) != 0)
+  if (::renameat(dir.get(), temporary.c_str(), dir.get(), name.c_str()) != 0)
     return fail(lastError());
   // Make the rename itself durable; a failure here loses nothing written.
-  (void)::fsync(dir->get());
+  (void)::fsync(dir.get());
   return success();
 }
 
@@ -274,9 +270,8 @@ Result<std::uint64_t> fileSize(int fd) {
 }
 
 Result<std::string> readRegularFile(const std::string& path, std::size_t maxBytes, Links links) {
-  auto fd = openRegularFile(path, links);
-  if (!fd) return fd.error();
-  return readAll(fd->get(), maxBytes);
+  UniqueFd fd = WF_TRY(openRegularFile(path, links));
+  return readAll(fd.get(), maxBytes);
 }
 
 Result<void> writeAll(int fd, std::string_view bytes) {
@@ -336,9 +331,8 @@ Result<void> removePath(const std::string& path, Removal how) {
   std::string trimmed = path;
   while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
   auto [folder, name] = splitPath(trimmed);
-  auto dir = openFolder(folder);
-  if (!dir) return dir.error();
-  return removeAt(dir->get(), name, how);
+  UniqueFd dir = WF_TRY(openFolder(folder));
+  return removeAt(dir.get(), name, how);
 }
 
 Result<void> writeFileAtomically(const std::string& path, std::string_view bytes,

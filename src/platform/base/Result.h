@@ -1,15 +1,12 @@
 // The one result type of every wrapper of a system call or GLib call: a
 // value, or the error that the call reported (errno, or a GError's domain,
-// code and message). Foundation-shaped APIs translate it at their edge.
+// code and message, see platform/glib/Owners.h). Foundation-shaped APIs
+// translate it at their edge.
 #pragma once
 
 #include <string>
 #include <utility>
 #include <variant>
-
-// GLib's error type, named without pulling GLib into every user of Result;
-// the reserved name is GLib's own.
-struct _GError;  // NOLINT(bugprone-reserved-identifier)
 
 namespace wf::sys {
 
@@ -21,7 +18,6 @@ struct SysError {
   std::string message;
 
   static SysError fromErrno(int err);
-  static SysError fromGError(const ::_GError* error);  // NOLINT(bugprone-reserved-identifier)
   bool isErrno(int err) const { return domain == kErrnoDomain && code == err; }
   // errno when the error is one, else 0.
   int errnoValue() const { return domain == kErrnoDomain ? code : 0; }
@@ -68,4 +64,28 @@ class [[nodiscard]] Result<void> {
 inline Result<void> success() { return {}; }
 inline SysError errnoError(int err) { return SysError::fromErrno(err); }
 
+namespace detail {
+template <class T>
+T&& tryValue(Result<T>&& result) {
+  return std::move(result).value();
+}
+inline void tryValue(Result<void>&& /*result*/) {}
+}  // namespace detail
+
 }  // namespace wf::sys
+
+// Propagation in one line: evaluates a Result, returns its error from the
+// function around it on failure, else yields the value (nothing for
+// Result<void>):
+//   UniqueFd fd = WF_TRY(openRegularFile(path));
+//   WF_TRY(writeAll(fd.get(), bytes));
+// A GNU statement expression, which GCC and Clang (the project's two
+// compilers) both have: no standard C++ expression can return from the
+// enclosing function, and the alternative, a declaring macro, cannot stand
+// as the body of an unbraced if. __extension__ tells -Wpedantic it is meant.
+#define WF_TRY(expr)                                     \
+  __extension__({                                        \
+    auto wfTryResult = (expr);                           \
+    if (!wfTryResult) return wfTryResult.error();        \
+    ::wf::sys::detail::tryValue(std::move(wfTryResult)); \
+  })

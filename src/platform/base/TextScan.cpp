@@ -1,7 +1,9 @@
 #include "platform/base/TextScan.h"
 
-#include <glib.h>
+#include <locale.h>
+#include <stdlib.h>
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -11,8 +13,17 @@ namespace wf::text {
 
 namespace {
 
+bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The Unicode space, line and paragraph separators and NEL, as UTF-8.
+constexpr std::array<std::string_view, 19> kUnicodeSpaces = {
+    "\xC2\x85",     "\xC2\xA0",     "\xE1\x9A\x80", "\xE2\x80\x80", "\xE2\x80\x81",
+    "\xE2\x80\x82", "\xE2\x80\x83", "\xE2\x80\x84", "\xE2\x80\x85", "\xE2\x80\x86",
+    "\xE2\x80\x87", "\xE2\x80\x88", "\xE2\x80\x89", "\xE2\x80\x8A", "\xE2\x80\xA8",
+    "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\x9F", "\xE3\x80\x80"};
+
 // NSString's scanners skip white space and line breaks, including the
-// Unicode separators; decode one character at a time to see them.
+// Unicode separators.
 std::size_t skipWhitespace(std::string_view s) {
   std::size_t i = 0;
   while (i < s.size()) {
@@ -24,13 +35,12 @@ std::size_t skipWhitespace(std::string_view s) {
       }
       return i;
     }
-    gunichar u = g_utf8_get_char_validated(s.data() + i, static_cast<gssize>(s.size() - i));
-    if (u == static_cast<gunichar>(-1) || u == static_cast<gunichar>(-2)) return i;
-    GUnicodeType t = g_unichar_type(u);
-    bool space = t == G_UNICODE_SPACE_SEPARATOR || t == G_UNICODE_LINE_SEPARATOR ||
-                 t == G_UNICODE_PARAGRAPH_SEPARATOR || u == 0x85;
-    if (!space) return i;
-    i += static_cast<std::size_t>(g_utf8_skip[c]);
+    std::string_view rest = s.substr(i);
+    std::size_t matched = 0;
+    for (std::string_view space : kUnicodeSpaces)
+      if (rest.substr(0, space.size()) == space) matched = space.size();
+    if (!matched) return i;
+    i += matched;
   }
   return i;
 }
@@ -77,22 +87,48 @@ double doubleValue(std::string_view s) {
   std::size_t start = i;
   if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
   std::size_t digits = 0;
-  while (i < s.size() && g_ascii_isdigit(s[i])) ++i, ++digits;
+  while (i < s.size() && isAsciiDigit(s[i])) ++i, ++digits;
   if (i < s.size() && s[i] == '.') {
     ++i;
-    while (i < s.size() && g_ascii_isdigit(s[i])) ++i, ++digits;
+    while (i < s.size() && isAsciiDigit(s[i])) ++i, ++digits;
   }
   if (digits == 0) return 0.0;
   if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
     std::size_t e = i + 1;
     if (e < s.size() && (s[e] == '+' || s[e] == '-')) ++e;
-    if (e < s.size() && g_ascii_isdigit(s[e])) {
-      while (e < s.size() && g_ascii_isdigit(s[e])) ++e;
+    if (e < s.size() && isAsciiDigit(s[e])) {
+      while (e < s.size() && isAsciiDigit(s[e])) ++e;
       i = e;
     }
   }
   std::string number(s.substr(start, i - start));
-  return g_ascii_strtod(number.c_str(), nullptr);
+  return asciiStrtod(number);
+}
+
+double asciiStrtod(const std::string& number) {
+  // strtod_l (glibc, POSIX 2024) reads the number the same in every locale,
+  // where strtod would take the locale's decimal point.
+  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return cLocale ? strtod_l(number.c_str(), nullptr, cLocale)
+                 : std::strtod(number.c_str(), nullptr);
+}
+
+void appendUTF8(std::string& out, std::uint32_t cp) {
+  if (cp < 0x80) {
+    out.push_back(static_cast<char>(cp));
+  } else if (cp < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else if (cp < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  }
 }
 
 // Written out rather than g_utf8_validate(), which refuses NUL characters.

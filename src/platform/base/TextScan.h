@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace wf::text {
@@ -16,6 +17,11 @@ bool boolValue(std::string_view s);
 std::int64_t integerValue(std::string_view s);
 // -[NSString doubleValue].
 double doubleValue(std::string_view s);
+
+// strtod in the C locale, whatever locale the process runs in.
+double asciiStrtod(const std::string& number);
+// Appends the UTF-8 form of the code point `cp` (below 0x110000).
+void appendUTF8(std::string& out, std::uint32_t cp);
 
 bool isValidUTF8(std::string_view s);
 // Offset of the first byte that is not valid UTF-8 (NUL is valid), or npos.

@@ -26,4 +26,10 @@ struct Error {
 
 using OptError = std::optional<Error>;
 
+// Whether a call that returns its error as an OptError (the OpenMeta store's
+// shape: nothing on success) failed, so that a call site reads the way it
+// means: if (failed(OpenMeta::setXAttr(...))) return;
+inline bool failed(const OptError& error) { return error.has_value(); }
+inline bool succeeded(const OptError& error) { return !error.has_value(); }
+
 }  // namespace wf

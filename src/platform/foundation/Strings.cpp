@@ -6,7 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 
 namespace wf::ns {
 

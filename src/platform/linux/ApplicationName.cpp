@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 
 namespace wf::platform {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 
 namespace wf::platform {
 namespace {

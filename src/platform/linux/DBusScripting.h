@@ -11,7 +11,7 @@
 
 #include "platform/Platform.h"
 #include "platform/Scripting.h"
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 
 namespace wf::platform {
 

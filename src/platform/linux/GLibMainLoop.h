@@ -6,7 +6,7 @@
 #include <glib.h>
 
 #include "platform/Platform.h"
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 
 namespace wf::platform {
 

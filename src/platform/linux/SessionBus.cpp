@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "platform/base/HomeFolder.h"
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
 #include "platform/linux/MemoryRelease.h"
@@ -63,7 +63,7 @@ sys::Result<GDBusConnection*> connectSessionBus() {
   }
   sys::GErrorOut error;
   gSessionBus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, error.out());
-  if (!gSessionBus) return sys::SysError::fromGError(error.get());
+  if (!gSessionBus) return sys::fromGError(error.get());
   // GLib's default would raise SIGTERM and end the helper as if asked to.
   g_dbus_connection_set_exit_on_close(gSessionBus, FALSE);
   g_signal_connect(gSessionBus, "closed", G_CALLBACK(onConnectionClosed), nullptr);

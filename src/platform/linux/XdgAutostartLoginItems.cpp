@@ -10,6 +10,7 @@
 
 #include "platform/base/Files.h"
 #include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 #include "platform/linux/XdgAutostartExec.h"
 
 namespace wf::platform {

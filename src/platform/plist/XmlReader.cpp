@@ -1,13 +1,10 @@
 // Reads XML property lists: a small, strict scanner for the subset of XML
 // that property lists use, with positions in every error.
-#include <glib.h>
-
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
 
-#include "platform/base/Owners.h"
 #include "platform/base/TextScan.h"
 #include "platform/plist/Codec.h"
 #include "platform/plist/Text.h"
@@ -17,9 +14,12 @@ namespace wf::plist::detail {
 namespace {
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-bool isNameStart(char c) { return g_ascii_isalpha(c) || c == '_' || c == ':'; }
+bool isAsciiAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+char asciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+bool isNameStart(char c) { return isAsciiAlpha(c) || c == '_' || c == ':'; }
 bool isNameChar(char c) {
-  return g_ascii_isalnum(c) || c == '_' || c == ':' || c == '-' || c == '.';
+  return isAsciiAlpha(c) || isAsciiDigit(c) || c == '_' || c == ':' || c == '-' || c == '.';
 }
 
 std::string_view trim(std::string_view s) {
@@ -29,13 +29,35 @@ std::string_view trim(std::string_view s) {
 }
 
 bool equalsNoCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && g_ascii_strncasecmp(a.data(), b.data(), a.size()) == 0;
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (asciiLower(a[i]) != asciiLower(b[i])) return false;
+  return true;
 }
 
-void appendUTF8(std::string& out, std::uint32_t cp) {
-  char buf[8];
-  int n = g_unichar_to_utf8(cp, buf);
-  out.append(buf, static_cast<std::size_t>(n));
+// UTF-16 text without its byte-order mark as UTF-8; false at a lone
+// surrogate or an odd byte at the end.
+bool utf8FromUTF16(std::string_view bytes, bool bigEndian, std::string& out) {
+  if (bytes.size() % 2) return false;
+  auto unit = [&](std::size_t i) {
+    auto hi = static_cast<unsigned char>(bytes[bigEndian ? i : i + 1]);
+    auto lo = static_cast<unsigned char>(bytes[bigEndian ? i + 1 : i]);
+    return static_cast<std::uint32_t>(hi << 8 | lo);
+  };
+  out.reserve(bytes.size());
+  for (std::size_t i = 0; i < bytes.size(); i += 2) {
+    std::uint32_t cp = unit(i);
+    if (cp >= 0xDC00 && cp <= 0xDFFF) return false;
+    if (cp >= 0xD800 && cp <= 0xDBFF) {
+      if (i + 2 >= bytes.size()) return false;
+      std::uint32_t low = unit(i + 2);
+      if (low < 0xDC00 || low > 0xDFFF) return false;
+      cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+      i += 2;
+    }
+    text::appendUTF8(out, cp);
+  }
+  return true;
 }
 
 struct Tag {
@@ -349,7 +371,7 @@ class XmlReader {
       if (cp == 0 || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
         return fail(at, "character reference &" + std::string(name) + "; is not a character"),
                false;
-      appendUTF8(out, cp);
+      text::appendUTF8(out, cp);
       return true;
     }
     return fail(at, "unknown entity &" + show(name) + ";"), false;
@@ -507,7 +529,7 @@ class XmlReader {
     if (!ok) return fail(tag.at, "<real> \"" + show(raw) + "\" is not a number");
     if (r.ec == std::errc::result_out_of_range) {
       std::string copy(word);
-      d = g_ascii_strtod(copy.c_str(), nullptr);  // overflows to infinity, underflows to 0
+      d = text::asciiStrtod(copy);  // overflows to infinity, underflows to 0
     }
     return Value(negative ? -d : d);
   }
@@ -525,15 +547,14 @@ class XmlReader {
     if (i < t.size() && t[i] == '-') negative = true, ++i;
     std::size_t yearStart = i;
     std::int64_t year = 0;
-    while (i < t.size() && g_ascii_isdigit(t[i]) && i - yearStart < 10)
+    while (i < t.size() && isAsciiDigit(t[i]) && i - yearStart < 10)
       year = year * 10 + (t[i++] - '0');
     if (i - yearStart < 4) return bad();
     if (negative) year = -year;
     int parts[5] = {1, 1, 0, 0, 0};
     const char seps[5] = {'-', '-', 'T', ':', ':'};
     for (int k = 0; k < 5 && i < t.size() && t[i] == seps[k]; ++k) {
-      if (i + 2 >= t.size() || !g_ascii_isdigit(t[i + 1]) || !g_ascii_isdigit(t[i + 2]))
-        return bad();
+      if (i + 2 >= t.size() || !isAsciiDigit(t[i + 1]) || !isAsciiDigit(t[i + 2])) return bad();
       parts[k] = (t[i + 1] - '0') * 10 + (t[i + 2] - '0');
       i += 3;
     }
@@ -558,15 +579,12 @@ Value parseXML(std::string_view bytes, std::string* error) {
   bool big = bytes.substr(0, 2) == "\xFE\xFF", little = bytes.substr(0, 2) == "\xFF\xFE";
   if (!big && !little) return XmlReader(bytes).parse(error);
   std::string_view body = bytes.substr(2);
-  gsize written = 0;
-  auto utf8 = sys::adoptG(g_convert(body.data(), static_cast<gssize>(body.size()), "UTF-8",
-                                    big ? "UTF-16BE" : "UTF-16LE", nullptr, &written, nullptr));
-  if (!utf8) {
+  std::string utf8;
+  if (!utf8FromUTF16(body, big, utf8)) {
     if (error) *error = "line 1, column 1: invalid UTF-16 text";
     return Value();
   }
-  std::string text(utf8.get(), written);
-  return XmlReader(text, true).parse(error);
+  return XmlReader(utf8, true).parse(error);
 }
 
 }  // namespace wf::plist::detail

@@ -19,6 +19,11 @@ pcdir=$(dirname "$(find "$root" -name wrenfold-openmeta.pc -print -quit)")
 # Only the staged copy may be found, with its paths under the staging root.
 export PKG_CONFIG_PATH="$pcdir" PKG_CONFIG_SYSROOT_DIR="$root"
 flags=$(pkg-config --cflags --libs wrenfold-openmeta)
+# The installed headers stand on the C++ library alone: no GLib include path.
+cflags=$(pkg-config --cflags wrenfold-openmeta)
+case "$cflags" in
+  *glib* | *gio*) echo "the compile flags name GLib: $cflags"; exit 1 ;;
+esac
 case "$flags" in
   *"$source_dir"*) echo "flags point into the source tree: $flags"; exit 1 ;;
 esac

@@ -1,8 +1,8 @@
-#include "platform/base/Later.h"
+#include "platform/glib/Later.h"
 
 #include <glib.h>
 
-#include "platform/base/Owners.h"
+#include "platform/glib/Owners.h"
 
 namespace wf::sys {
 
