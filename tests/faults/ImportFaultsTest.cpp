@@ -49,8 +49,9 @@ class ImportFaults : public StoreFixture {
   }
   // Every message was imported, and the follow-up of the helper's own
   // writes is over: no import for longer than the stream's latency and the
-  // import's delay together. A message imported again and again never
-  // gets there.
+  // import's delay together, with a margin for a loaded machine. A message
+  // imported again and again never gets there.
+  static constexpr double kQuietSeconds = e2e::kTestStreamLatency + 0.5 + 2.5;
   bool waitForQuiet(const std::vector<std::string>& paths, double seconds) {
     int seen = -1;
     gint64 since = 0;
@@ -64,7 +65,7 @@ class ImportFaults : public StoreFixture {
           }
           for (const auto& path : paths)
             if (!imported(path)) return false;
-          return now - since > 7 * G_USEC_PER_SEC;
+          return now - since > static_cast<gint64>(kQuietSeconds * G_USEC_PER_SEC);
         },
         seconds);
   }
