@@ -107,14 +107,17 @@ TEST_F(ImportFaults, ImportsThatCannotBeKeptSettleAfterTheirFollowUp) {
   for (const auto& path : paths) before[path] = imports(path);
   int stubs = s.countInStderr("saving Stub OPENMETA");
 
-  // A minute in which nobody touches the messages: no further import.
+  // A time in which nobody touches the messages: no further import. It
+  // spans more than ten rounds of the stream's latency and the import's
+  // delay, as the minute did with the installed 5 s.
+  constexpr double kUntouched = 13 * (e2e::kTestStreamLatency + 0.5);
   bool again = s.waitUntil(
       [&] {
         for (const auto& path : paths)
           if (imports(path) > before[path]) return true;
         return false;
       },
-      60);
+      kUntouched);
   EXPECT_FALSE(again) << s.stderrText();
   for (const auto& path : paths) EXPECT_EQ(imports(path), before[path]) << path;
   EXPECT_EQ(s.countInStderr("saving Stub OPENMETA"), stubs);
