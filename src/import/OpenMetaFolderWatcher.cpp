@@ -111,7 +111,8 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
   if (path) {
     platform::FileEventStreamParams params;
     params.paths = {*path};
-    params.latency = kOpenMetaStreamLatency;
+    params.latency =
+        openMetaStreamLatency(services().defaults->objectForKey(kOpenMetaStreamLatencyKey));
     params.ignoreSelf = false;  // the import's own writes come back, harmlessly
     params.fileEvents = true;
     // A message changed many times within one latency is imported once:
@@ -133,6 +134,15 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
     _openMetaStreamUnusable = true;
   }
   return 0;
+}
+
+double openMetaStreamLatency(const Value& configured) {
+  if (!configured.isInteger() && !configured.isReal() && !configured.isString())
+    return kOpenMetaStreamLatency;
+  double seconds = configured.doubleValue();
+  // NaN fails both comparisons and keeps the default too.
+  if (seconds >= kOpenMetaStreamLatencyMin && seconds <= kOpenMetaStreamLatencyMax) return seconds;
+  return kOpenMetaStreamLatency;
 }
 
 void WFHelperAppDelegate::stopOpenMetaFolderWatcher() {

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/plist/Value.h"
+
 namespace wf {
 
 // The stream's callback: keeps the event paths that end in ".emlx" (case
@@ -24,6 +26,14 @@ std::string escapedPath(std::string_view path);
 // How long after a callback its import runs, and the stream's latency.
 inline constexpr double kOpenMetaImportDelay = 0.5;
 inline constexpr double kOpenMetaStreamLatency = 5.0;
+// The helper's own default that replaces the latency (seconds, within the
+// bounds below); the end-to-end tests set it short so that an import does
+// not cost them five seconds. Anything else keeps kOpenMetaStreamLatency.
+inline constexpr const char* kOpenMetaStreamLatencyKey = "openMetaStreamLatency";
+inline constexpr double kOpenMetaStreamLatencyMin = 0.1;
+inline constexpr double kOpenMetaStreamLatencyMax = 60.0;
+// The latency a value of that default asks for.
+double openMetaStreamLatency(const Value& configured);
 // How many messages one turn of the main loop imports.
 inline constexpr std::size_t kOpenMetaImportSlice = 64;
 

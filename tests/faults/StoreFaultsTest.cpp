@@ -124,7 +124,7 @@ TEST_F(StoreFaults, UnreadableMailStoreAtLaunchIsReportedAndTheHelperRuns) {
 TEST_F(StoreFaults, MessagesThatVanishOrChangeKindBeforeTheirImportAreSkipped) {
   launch();
   // Each is reported by its events and gone, or no longer a file, by the
-  // time the import comes round (five seconds of latency later).
+  // time the import comes round (one stream latency later).
   std::string vanished = message(mailbox(), "5.emlx");
   tag(vanished);
   fs::remove(vanished);

@@ -47,6 +47,40 @@ TEST_F(OpenMetaFolderWatcher, StartWatchesTheMailStoreWithFiveSecondsLatency) {
                                       "Successfully set up OpenMeta Listener"}));
 }
 
+TEST_F(OpenMetaFolderWatcher, TheHelpersOwnDefaultSetsTheLatency) {
+  fake.defaults.own = Dictionary{{"openMetaStreamLatency", Value(0.25)}};
+  EXPECT_EQ(delegate->startOpenMetaFolderWatcher(), 1);
+  ASSERT_EQ(fake.fileEvents.streams.size(), 1u);
+  EXPECT_DOUBLE_EQ(fake.fileEvents.streams[0]->params.latency, 0.25);
+}
+
+TEST_F(OpenMetaFolderWatcher, TheCommandLineSetsTheLatencyAsText) {
+  fake.defaults.own = Dictionary{{"openMetaStreamLatency", Value(0.25)}};
+  fake.defaults.arguments = Dictionary{{"openMetaStreamLatency", Value("1.5")}};
+  EXPECT_EQ(delegate->startOpenMetaFolderWatcher(), 1);
+  ASSERT_EQ(fake.fileEvents.streams.size(), 1u);
+  EXPECT_DOUBLE_EQ(fake.fileEvents.streams[0]->params.latency, 1.5);
+}
+
+TEST(OpenMetaStreamLatency, AnythingButSecondsWithinTheBoundsKeepsFiveSeconds) {
+  const std::vector<Value> others{Value(),
+                                  Value(0),
+                                  Value(-1),
+                                  Value(0.05),
+                                  Value(61),
+                                  Value(1e300),
+                                  Value("fast"),
+                                  Value("nan"),
+                                  Value(true),
+                                  Value(Array{Value(1)}),
+                                  Value(Dictionary{})};
+  for (std::size_t i = 0; i < others.size(); ++i)
+    EXPECT_DOUBLE_EQ(openMetaStreamLatency(others[i]), 5.0) << "value #" << i;
+  EXPECT_DOUBLE_EQ(openMetaStreamLatency(Value(1)), 1.0);
+  EXPECT_DOUBLE_EQ(openMetaStreamLatency(Value(0.1)), 0.1);
+  EXPECT_DOUBLE_EQ(openMetaStreamLatency(Value("60")), 60.0);
+}
+
 TEST_F(OpenMetaFolderWatcher, StartLogsNothingWhenTheKeyIsOff) {
   EXPECT_EQ(delegate->startOpenMetaFolderWatcher(), 1);
   EXPECT_TRUE(fake.log.lines.empty());

@@ -24,7 +24,8 @@ namespace wf::e2e {
 namespace {
 
 constexpr const char* kPrefix = "user.com.apple.metadata:";
-// The stream's latency (5 s) and the delayed import (0.5 s), with margin.
+// A bound on an import: the stream's latency (kTestStreamLatency here, 5 s
+// installed) and the delayed import (0.5 s), with room for a loaded machine.
 constexpr double kImportWait = 7.0;
 
 // Runs a program as a separate process and waits for it.

@@ -119,6 +119,7 @@ Session::Session(bool withBus) : context_(g_main_context_new()) {
   mkdirs(home_ + "/.local/share/applications");
   mkdirs(home_ + "/share/applications");
   writePreferences({});
+  writeHelperDefaults({});
   if (withBus) startBus();
 }
 
@@ -164,7 +165,10 @@ std::string Session::preferencesFile() const {
 }
 
 void Session::writeHelperDefaults(const Dictionary& defaults) {
-  if (!plist::writeToFile(Value(defaults), helperDefaultsFile(), true))
+  Dictionary withLatency = defaults;
+  if (!withLatency.contains("openMetaStreamLatency"))
+    withLatency["openMetaStreamLatency"] = Value(kTestStreamLatency);
+  if (!plist::writeToFile(Value(withLatency), helperDefaultsFile(), true))
     throw std::runtime_error("cannot write " + helperDefaultsFile());
 }
 

@@ -40,6 +40,10 @@ std::string helperBinary();
 // tests/doubles/bus-name: a program that owns given names (see its main.cpp).
 std::string busNameDoubleBinary();
 
+// The mail store's stream latency the tests' helpers use (the installed
+// helper waits 5 s): an import then comes about 1.5 s after a change.
+inline constexpr double kTestStreamLatency = 1.0;
+
 struct HelperOptions {
   std::vector<std::string> arguments;
   std::map<std::string, std::string> environment;  // set or replace
@@ -61,6 +65,8 @@ class Session {
   void writePreferences(const Dictionary& prefs);
   std::string preferencesFile() const;
   // The helper's own domain: Library/Preferences/org.ardel.WrenfoldHelper.plist.
+  // Written at the start with kTestStreamLatency as "openMetaStreamLatency";
+  // each write keeps that key unless `defaults` sets it.
   void writeHelperDefaults(const Dictionary& defaults);
   std::string helperDefaultsFile() const;
   void removePlugIn();

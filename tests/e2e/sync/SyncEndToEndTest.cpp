@@ -149,6 +149,12 @@ TEST_F(SyncEndToEnd, ANewSyncFolderMovesTheWatcher) {
   s.emit("WrenfoldPreferencesDidChange");
   ASSERT_TRUE(s.waitForLine("starting up Sync Folder Watcher for Path: " + moved, kWait))
       << s.stderrText();
+  // That line comes before the watch exists; each start ends with the
+  // success line once its watches are in place, so wait for as many of
+  // those as there were starts.
+  int starts = s.countInStderr("starting up Sync Folder Watcher for Path: ");
+  ASSERT_TRUE(s.waitForLine("Successfully set up SyncFolder Listener", kWait, starts))
+      << s.stderrText();
   EXPECT_EQ(s.countInStderr("stopSyncFolderWatcher \n"), 1);
 
   s.watch(kUpdated);
