@@ -94,6 +94,10 @@ int main(int argc, char** argv) {
 
   WFHelperAppDelegate delegate(services);
   loop.terminateOnSignals();
+  loop.onHangup([&] {
+    NSLogMessage("SIGHUP: reading the preferences and the helper's own defaults again");
+    delegate.preferencesDidChange(nullptr);
+  });
   dispatchGuarded([&] { delegate.applicationDidFinishLaunching(); });
   announceLaunched(bus);
   loop.run();

@@ -33,6 +33,12 @@ gboolean onTerminatingSignal(gpointer data) {
   return G_SOURCE_REMOVE;
 }
 
+gboolean onHangupSignal(gpointer data) {
+  auto* fn = static_cast<std::function<void()>*>(data);
+  if (*fn) dispatchGuarded(*fn);
+  return G_SOURCE_CONTINUE;
+}
+
 }  // namespace
 
 [[noreturn]] void endProcess(int status) {
@@ -73,6 +79,12 @@ void GLibMainLoop::run() { g_main_loop_run(loop_.get()); }
 void GLibMainLoop::terminateOnSignals() {
   g_unix_signal_add(SIGTERM, onTerminatingSignal, this);
   g_unix_signal_add(SIGINT, onTerminatingSignal, this);
+}
+
+void GLibMainLoop::onHangup(std::function<void()> fn) {
+  bool first = !hangup_;
+  hangup_ = std::move(fn);
+  if (first) g_unix_signal_add(SIGHUP, onHangupSignal, &hangup_);
 }
 
 }  // namespace wf::platform
