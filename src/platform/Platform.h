@@ -154,6 +154,8 @@ class FileEventStreamFactory {
   // nullptr when the stream cannot be created.
   virtual std::unique_ptr<FileEventStream> create(const FileEventStreamParams& params,
                                                   FileEventCallback callback) = 0;
+  // Why the last create() gave nullptr, and what the user can do about it.
+  virtual std::string lastFailure() const { return {}; }
 };
 
 // A service the delegate cannot work without: bound to an object when the

@@ -85,6 +85,7 @@ void WFHelperAppDelegate::preferencesDidChange(const platform::Notification*) {
     startSyncFolderWatcher();
   else
     stopSyncFolderWatcher();
+  notePreferencesApplied();
 }
 
 }  // namespace wf

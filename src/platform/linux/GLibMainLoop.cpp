@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "platform/linux/Dispatch.h"
+#include "platform/linux/SystemdNotify.h"
 
 namespace wf::platform {
 namespace {
@@ -42,6 +43,7 @@ gboolean onHangupSignal(gpointer data) {
 }  // namespace
 
 [[noreturn]] void endProcess(int status) {
+  systemdNotify("STOPPING=1");
   std::fflush(stdout);
   std::fflush(stderr);
   _exit(status);

@@ -128,12 +128,14 @@ class InotifyFileEventStreamFactory : public FileEventStreamFactory {
   explicit InotifyFileEventStreamFactory(Log& log) : log_(log) {}
   std::unique_ptr<FileEventStream> create(const FileEventStreamParams& params,
                                           FileEventCallback callback) override;
+  std::string lastFailure() const override { return lastFailure_; }
   // Streams made afterwards act as if the per-user watch limit left room
   // for only `watches` folders (tests and benchmarks).
   void setWatchLimitForTesting(std::size_t watches) { watchLimit_ = watches; }
 
  private:
   Log& log_;
+  std::string lastFailure_;
   std::size_t watchLimit_ = std::numeric_limits<std::size_t>::max();
 };
 

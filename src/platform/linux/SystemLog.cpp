@@ -91,6 +91,13 @@ std::string journalDatagram(const std::vector<std::pair<std::string, std::string
 }
 
 void SystemLog::write(const std::string& message) {
+  if (classifyRecord(message).priority <= LogPriority::Warning) {
+    timeval tv;
+    gettimeofday(&tv, nullptr);
+    failures_.emplace_back(static_cast<double>(tv.tv_sec) + tv.tv_usec / 1e6 - 978307200.0,
+                           message);
+    if (failures_.size() > 20) failures_.pop_front();
+  }
   if (!writeRecord(message)) {
     ++dropped_;
     return;

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,6 +36,9 @@ class SystemLog : public Log {
   // Records dropped since launch because their destination would have
   // blocked (or failed).
   std::uint64_t droppedRecords() const { return dropped_; }
+  // The last 20 failure records (warnings and errors) with their times in
+  // seconds since 2001-01-01, oldest first, whether or not they were written.
+  const std::deque<std::pair<double, std::string>>& recentFailures() const { return failures_; }
 
  private:
   enum class Outcome { Written, WouldBlock, Failed };
@@ -54,6 +58,7 @@ class SystemLog : public Log {
   bool stderrIsSocket_ = false;
   std::uint64_t dropped_ = 0;
   std::uint64_t droppedReported_ = 0;
+  std::deque<std::pair<double, std::string>> failures_;
 };
 
 // The stderr record of a message at the current time.
