@@ -79,6 +79,12 @@ void WFHelperAppDelegate::notePreferencesApplied() {
   }
 }
 
+void WFHelperAppDelegate::noteImportRefused(const std::string& reason) {
+  ++mailStoreStatus.refused;
+  mailStoreStatus.lastRefusedReasons.push_back(reason);
+  if (mailStoreStatus.lastRefusedReasons.size() > 5) mailStoreStatus.lastRefusedReasons.pop_front();
+}
+
 void WFHelperAppDelegate::beginSourceRun() {
   intervalStatus.listWrites = 0;
   intervalStatus.failedListWrites = 0;

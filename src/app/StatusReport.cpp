@@ -59,6 +59,16 @@ Value mailStore(const MailStoreStatus& m) {
                                    {"pending", count(m.pending)}});
 }
 
+// The stream's own counters, read from memory at the moment of asking.
+MailStoreStatus liveMailStore(WFHelperAppDelegate& d) {
+  MailStoreStatus m = d.mailStoreStatus;
+  if (d._openMetaStreamRef) {
+    m.watchesHeld = d._openMetaStreamRef->watchesHeld();
+    m.overflowsRecovered += d._openMetaStreamRef->overflowsRecovered();
+  }
+  return m;
+}
+
 Value intervalRun(const IntervalRunStatus& r) {
   Dictionary sources;
   for (const auto& [name, s] : r.sources)
@@ -220,7 +230,7 @@ Value statusReport(WFHelperAppDelegate& d, const ProcessFacts& facts) {
                           {"droppedLogLines", count(facts.droppedLogLines)},
                           {"preferences", preferences(d.preferences)},
                           {"syncFolder", syncFolder(d.syncStatus)},
-                          {"mailStore", mailStore(d.mailStoreStatus)},
+                          {"mailStore", mailStore(liveMailStore(d))},
                           {"intervalRun", intervalRun(d.intervalStatus)},
                           {"recentFailures", failures(facts)}});
 }

@@ -122,6 +122,9 @@ class WFHelperAppDelegate {
   // reason, one line when it comes up after failing.
   void noteWatcherOutcome(FolderWatchStatus& status, const std::string& what,
                           const std::optional<std::string>& path, bool started, int error);
+  // Import outcomes for the status (import/MessageMetadataImport.cpp).
+  void noteNothingToImport() { ++mailStoreStatus.nothingToDo; }
+  void noteImportRefused(const std::string& reason);
   // An interval-run source about to run / just run.
   void beginSourceRun();
   void endSourceRun(const std::string& source, const std::string& failure = {});

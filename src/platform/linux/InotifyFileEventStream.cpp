@@ -501,6 +501,7 @@ void InotifyFileEventStream::deliver() {
 // whose change time is not older than the moment the queue was last read
 // empty. Deletions in that gap cannot be found and are not reported.
 void InotifyFileEventStream::recoverFromOverflow() {
+  ++overflows_;
   changedSince_ = minus(caughtUpAt_, kCoarseClockSlackNs);
   std::size_t before = pending_.size();
 

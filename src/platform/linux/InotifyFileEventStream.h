@@ -40,6 +40,8 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   void stop() override;
 
   bool watchesCurrentFolders() const override;
+  std::uint64_t watchesHeld() const override { return folders_.size(); }
+  std::uint64_t overflowsRecovered() const override { return overflows_; }
 
   // Folders watched at present.
   std::size_t watchCount() const { return folders_.size(); }
@@ -100,6 +102,7 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   std::size_t watchLimit_;
 
   std::unordered_map<int, Folder> folders_;
+  std::uint64_t overflows_ = 0;
   std::vector<Root> roots_;
   std::vector<std::string> pending_;
   std::unordered_set<std::string> pendingSet_;  // with mergeRepeatedPaths
