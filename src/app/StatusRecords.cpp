@@ -50,7 +50,7 @@ void WFHelperAppDelegate::retryStoppedWatchers() {
     _openMetaStreamUnusable = false;
     startOpenMetaFolderWatcher();
   }
-  if (syncStatus.watch == "off" && !syncStatus.reason.empty() &&
+  if (syncStatus.watch == "off" && !syncStatus.reason.empty() && syncStatus.reason != kSyncOff &&
       currentSyncFolderPath() == std::nullopt)
     startSyncFolderWatcher();
 }

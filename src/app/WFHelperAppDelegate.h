@@ -122,6 +122,12 @@ class WFHelperAppDelegate {
   // reason, one line when it comes up after failing.
   void noteWatcherOutcome(FolderWatchStatus& status, const std::string& what,
                           const std::optional<std::string>& path, bool started, int error);
+  static constexpr const char* kSyncOff = "settings sync is off";
+  // A watcher stopped on purpose: "off" with why, and no failure line.
+  static void noteWatcherOff(FolderWatchStatus& status, const std::string& why) {
+    status.watch = "off";
+    status.reason = why;
+  }
   // Import outcomes for the status (import/MessageMetadataImport.cpp).
   void noteNothingToImport() { ++mailStoreStatus.nothingToDo; }
   void noteImportRefused(const std::string& reason);
