@@ -27,6 +27,8 @@ file(GLOB WF_TEXT_RESOURCES ${PROJECT_SOURCE_DIR}/resources/*.txt)
 if(WF_TEXT_RESOURCES)
   install(FILES ${WF_TEXT_RESOURCES} DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenfold-helper)
 endif()
+install(FILES ${PROJECT_SOURCE_DIR}/resources/bash-completion/wrenfold-helper
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 file(GLOB WF_DBUS_INTERFACES ${PROJECT_SOURCE_DIR}/resources/dbus/*.xml)
 install(FILES ${WF_DBUS_INTERFACES} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
 

@@ -8,6 +8,7 @@ namespace wf {
 
 CommandLine readCommandLine(const std::vector<std::string>& arguments) {
   CommandLine line;
+  bool sawStatus = false;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& word = arguments[i];
     if (word == "-h" || word == "-help" || word == "--help") {
@@ -17,6 +18,11 @@ CommandLine readCommandLine(const std::vector<std::string>& arguments) {
     if (word == "--version") {
       line.action = CommandLine::Action::Version;
       return line;
+    }
+    if (word == "--status" || word == "--json") {
+      bool status = word == "--status";
+      (status ? sawStatus : line.json) = true;
+      continue;
     }
     if (word == "--verbose") {
       line.verbose = true;
@@ -30,6 +36,16 @@ CommandLine readCommandLine(const std::vector<std::string>& arguments) {
     }
     line.pairs.push_back(word);
     line.pairs.push_back(arguments[++i]);
+  }
+  // --status takes no other words; --json means nothing without it.
+  if (sawStatus && (line.verbose || !line.pairs.empty())) {
+    line.action = CommandLine::Action::Misuse;
+    line.offending = "--status";
+  } else if (sawStatus) {
+    line.action = CommandLine::Action::Status;
+  } else if (line.json) {
+    line.action = CommandLine::Action::Misuse;
+    line.offending = "--json";
   }
   return line;
 }
@@ -49,7 +65,8 @@ std::vector<std::string> argumentDomainWords(const CommandLine& line) {
 
 std::string misuseLine(const std::string& offending) {
   return "wrenfold-helper: unknown argument '" + offending +
-         "' (usage: wrenfold-helper [--verbose] [-key value]...; see wrenfold-helper --help)\n";
+         "' (usage: wrenfold-helper [--verbose] [-key value]... | --status [--json]; see "
+         "wrenfold-helper --help)\n";
 }
 
 }  // namespace wf

@@ -9,16 +9,18 @@
 namespace wf {
 
 struct CommandLine {
-  enum class Action { Launch, Help, Version, Misuse };
+  enum class Action { Launch, Help, Version, Misuse, Status };
   Action action = Action::Launch;
   bool verbose = false;            // --verbose: every log key on for this run
+  bool json = false;               // --status --json: the whole status as JSON
   std::string offending;           // Misuse: the word that was not understood
   std::vector<std::string> pairs;  // the -key value pairs, in order, for the argument domain
 };
 
 // `arguments` without the program name. Words are read where a key is
 // expected: -h, -help, --help ask for help, --version for the version,
-// --verbose switches logging on; any other word beginning with "--", a word
+// --verbose switches logging on; --status (with --json, and nothing else)
+// asks the running helper; any other word beginning with "--", a word
 // that is no "-key", and a key without its value are misuse. A value is
 // taken as it stands, dashes and all.
 CommandLine readCommandLine(const std::vector<std::string>& arguments);

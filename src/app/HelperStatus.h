@@ -61,4 +61,27 @@ struct MailStoreStatus : FolderWatchStatus {
   std::size_t pending = 0;                     // messages waiting for the import
 };
 
+// The interval run: when it ran and what each source's last run came to.
+struct SourceRunStatus {
+  double time = 0;
+  std::string outcome;  // "written", "unchanged", "not running", "switched off", "failed: …"
+};
+
+struct IntervalRunStatus {
+  double lastRun = 0;
+  double nextRun = 0;
+  std::map<std::string, SourceRunStatus> sources;  // "OmniFocus", "Things 3", "Finder tags", …
+  // Writes of list files during the source now running: how it ended.
+  int listWrites = 0;
+  int failedListWrites = 0;
+};
+
+// A preference the helper acts on, as last applied, and where it came from:
+// "command line", "plug-in file", "own defaults" or "absent".
+struct PreferenceStatus {
+  std::string key;
+  std::string value;  // as the log prints it
+  std::string source;
+};
+
 }  // namespace wf

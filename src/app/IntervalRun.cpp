@@ -15,6 +15,10 @@ bool isMailNotice(const platform::Notification& notification) {
 }  // namespace
 
 void WFHelperAppDelegate::runIntervalActions() {
+  intervalStatus.lastRun = services_.clock->now();
+  intervalStatus.nextRun = intervalStatus.lastRun + static_cast<double>(runInterval_);
+  // A watcher that could not start gets another chance at every run.
+  retryStoppedWatchers();
   fetchExternalProjects();
   pendingIntervalRun_ =
       services_.loop->performAfterDelay(static_cast<double>(runInterval_), [this] {

@@ -5,6 +5,7 @@ namespace wf {
 
 inline constexpr const char* kUsage =
     "Usage: wrenfold-helper [--verbose] [-WFkey value]... [-key value]...\n"
+    "       wrenfold-helper --status [--json]\n"
     "       wrenfold-helper -h | -help | --help | --version\n"
     "\n"
     "The background agent of the Wrenfold mail plug-in. It needs the session bus\n"
@@ -18,6 +19,8 @@ inline constexpr const char* kUsage =
     "  -key value     set `key` in the argument domain for this run; the helper's\n"
     "                 own switches can be given so\n"
     "  --verbose      every log key on for this run (a key given itself keeps its value)\n"
+    "  --status       ask the helper running on the session bus what it is doing\n"
+    "                 (never starts one); with --json the whole status as JSON\n"
     "  -h, -help, --help  print this text and exit\n"
     "  --version      print the version and exit\n"
     "\n"
@@ -53,13 +56,16 @@ inline constexpr const char* kUsage =
     "One helper per session: the first to own org.ardel.WrenfoldHelper on the\n"
     "session bus acts; a later copy says which pid runs and exits 0. Launch is\n"
     "finished when the property org.ardel.WrenfoldHelper.Launched of\n"
-    "/org/ardel/WrenfoldHelper is true.\n"
+    "/org/ardel/WrenfoldHelper is true. Its status: the method\n"
+    "org.ardel.WrenfoldHelper.Status.GetStatus (a{sv}). SIGHUP reads the\n"
+    "preferences and the helper's own defaults again.\n"
     "\n"
     "Log: standard error and syslog; under the systemd user unit the journal\n"
     "(journalctl --user -u wrenfold-helper WRENFOLD_LOG_KEY=logOpenMeta).\n"
     "\n"
     "Exit status: 0 when the helper ends itself, on SIGTERM/SIGINT, or when another\n"
     "copy is the helper; 1 without a session bus, or when the bus goes away;\n"
-    "2 for a command line it does not understand.\n";
+    "2 for a command line it does not understand. --status: 0 answered,\n"
+    "3 no helper on the bus, 1 no bus or no answer.\n";
 
 }  // namespace wf

@@ -112,6 +112,28 @@ class WFHelperAppDelegate {
   // What the status interface reports: sync/ fills the first, import/ the second.
   SyncFolderStatus syncStatus;
   MailStoreStatus mailStoreStatus;
+  IntervalRunStatus intervalStatus;           // app/IntervalRun.cpp, projects/
+  std::vector<PreferenceStatus> preferences;  // as the last preferences change applied them
+  // Records what the last application of the preferences acted on.
+  void notePreferencesApplied();
+  // Tries once more to start a watcher that is off (at every interval run).
+  void retryStoppedWatchers();
+  // How the start of a watcher went: the status, one failure line per new
+  // reason, one line when it comes up after failing.
+  void noteWatcherOutcome(FolderWatchStatus& status, const std::string& what,
+                          const std::optional<std::string>& path, bool started, int error);
+  static constexpr const char* kSyncOff = "settings sync is off";
+  // A watcher stopped on purpose: "off" with why, and no failure line.
+  static void noteWatcherOff(FolderWatchStatus& status, const std::string& why) {
+    status.watch = "off";
+    status.reason = why;
+  }
+  // Import outcomes for the status (import/MessageMetadataImport.cpp).
+  void noteNothingToImport() { ++mailStoreStatus.nothingToDo; }
+  void noteImportRefused(const std::string& reason);
+  // An interval-run source about to run / just run.
+  void beginSourceRun();
+  void endSourceRun(const std::string& source, const std::string& failure = {});
 
  private:
   void writeKeyedLine(const std::string& key, const char* file, const char* function, long line,

@@ -1,10 +1,14 @@
 // wrenfold-helper: the process entry. Wires the Linux platform to the
 // delegate, runs the launch sequence and then the GLib main loop.
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "app/CommandLine.h"
+#include "app/StatusCommand.h"
+#include "app/StatusReport.h"
 #include "app/Usage.h"
 #include "app/WFHelperAppDelegate.h"
 #include "platform/linux/ApplicationName.h"
@@ -17,6 +21,7 @@
 #include "platform/linux/ProcessDefaults.h"
 #include "platform/linux/ProcessEnvironment.h"
 #include "platform/linux/SessionBus.h"
+#include "platform/linux/StatusInterface.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLog.h"
 #include "platform/linux/XdgAutostartLoginItems.h"
@@ -41,6 +46,8 @@ int main(int argc, char** argv) {
     case CommandLine::Action::Misuse:
       std::fputs(misuseLine(line.offending).c_str(), stderr);
       return 2;
+    case CommandLine::Action::Status:
+      return runStatusCommand(line.json);
     case CommandLine::Action::Launch:
       break;
   }
@@ -93,9 +100,29 @@ int main(int argc, char** argv) {
                     .urlHandlers = &urlHandlers};
 
   WFHelperAppDelegate delegate(services);
+  double launchedAt = clock.now();
+  auto report = [&] {
+    ProcessFacts facts;
+    facts.pid = static_cast<long>(getpid());
+    Value version = environment.infoValue("CFBundleVersion");
+    facts.version = version.isString() ? version.asString() : std::string();
+    facts.launched = launchedAt;
+    const gchar* unique = g_dbus_connection_get_unique_name(bus);
+    facts.bus = unique ? unique : "";
+    facts.log = log.writesToJournal() ? "journal" : "stderr";
+    facts.droppedLogLines = log.droppedRecords();
+    facts.recentFailures.assign(log.recentFailures().begin(), log.recentFailures().end());
+    return statusReport(delegate, facts);
+  };
+  exportStatusInterface(bus, report);
   loop.terminateOnSignals();
+  loop.onHangup([&] {
+    NSLogMessage("SIGHUP: reading the preferences and the helper's own defaults again");
+    delegate.preferencesDidChange(nullptr);
+  });
   dispatchGuarded([&] { delegate.applicationDidFinishLaunching(); });
   announceLaunched(bus);
+  publishServiceStatus(loop, report);
   loop.run();
   return 0;
 }

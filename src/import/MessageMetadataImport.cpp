@@ -156,6 +156,7 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
       if (isSafeStubName(libraryID)) plist::writeToFile(stub, stubPath.asString(), false);
     }
     WFLogKeyed("logOpenMeta", "OpenMeta Importing... saving Stub OPENMETA %@", stubPath);
+    ++mailStoreStatus.stubsLeft;
 
     Value now = finalStamp(services().clock->now(), tagTime);
     openImportRecord(path, stampBefore);
@@ -165,7 +166,7 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
   }
 
   Value trailer = readEmlxTrailer(path);
-  if (trailer.isNil()) return;
+  if (trailer.isNil()) return noteNothingToImport();
 
   Dictionary attributesToImport;
   Value wrenfold = trailer.get("wrenfold");
@@ -180,12 +181,13 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
   }
   WFLogKeyed("logOpenMeta", "OpenMeta Importing... attributesToImport %@",
              Value(attributesToImport));
-  if (attributesToImport.empty()) return;
+  if (attributesToImport.empty()) return noteNothingToImport();
 
   // The distant-future stamp tells the watcher to leave the message alone
   // while it is written; the final stamp is later than the tag time that
   // was handed over, so the same tags do not come back as a stub. The
   // record opened first tells a crash's leftover from a write in progress.
+  ++mailStoreStatus.imported;
   Value now = finalStamp(services().clock->now(), tagTime);
   openImportRecord(path, stampBefore);
   OpenMeta::setXAttrMetaData(Value(Date::distantFuture()), kTimeStampKey, path);
@@ -207,6 +209,7 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
   Value left;
   if (auto item = platform::SpotlightItem::createWithPath(path)) left = item->copyAllAttributes();
   closeImportRecord(path, fingerprint(wrenfold), fingerprint(left));
+  noteImportRefused(path + ": the store did not keep " + describe(keysOf(attributesToImport)));
 }
 
 void WFHelperAppDelegate::logSpotlightDataForPath(const std::string& path) {

@@ -1,6 +1,7 @@
 #include "import/OpenMetaFolderWatcher.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <iterator>
 #include <map>
@@ -125,13 +126,17 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
   if (_openMetaStreamRef) {
     if (_openMetaStreamRef->start()) {
       WFLogKeyed("logOpenMeta", "Successfully set up OpenMeta Listener");
+      noteWatcherOutcome(mailStoreStatus, "mail store", path, true, 0);
       return 1;
     }
+    noteWatcherOutcome(mailStoreStatus, "mail store", path, false, errno);
     WFLogKeyed("logOpenMeta", "failed to start the OpenMeta Listener\n");
     // The stream is gone, but the watcher goes on counting as present, so
     // that no further start is tried while the helper runs.
     _openMetaStreamRef.reset();
     _openMetaStreamUnusable = true;
+  } else {
+    noteWatcherOutcome(mailStoreStatus, "mail store", path, false, 0);
   }
   return 0;
 }

@@ -3,6 +3,7 @@
 // main loop, session bus, inotify, syslog); tests use fakes.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -136,6 +137,10 @@ class FileEventStream {
   // False when a watched path has come to name another folder, or none,
   // and the stream does not (yet) watch what it names now.
   virtual bool watchesCurrentFolders() const { return true; }
+  // For the status: kernel watches held, and lost-event overflows recovered
+  // from by a rescan.
+  virtual std::uint64_t watchesHeld() const { return 0; }
+  virtual std::uint64_t overflowsRecovered() const { return 0; }
 };
 
 struct FileEventStreamParams {
@@ -154,6 +159,8 @@ class FileEventStreamFactory {
   // nullptr when the stream cannot be created.
   virtual std::unique_ptr<FileEventStream> create(const FileEventStreamParams& params,
                                                   FileEventCallback callback) = 0;
+  // Why the last create() gave nullptr, and what the user can do about it.
+  virtual std::string lastFailure() const { return {}; }
 };
 
 // A service the delegate cannot work without: bound to an object when the

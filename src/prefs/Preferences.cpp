@@ -74,6 +74,7 @@ void WFHelperAppDelegate::preferencesDidChange(const platform::Notification*) {
         "External OpenMeta Scanning DISABLED\nUse Terminal command to enable: defaults write "
         "org.ardel.WrenfoldHelper disableOpenMetaScanning 0");
     if (hasOpenMetaStream()) stopOpenMetaFolderWatcher();
+    noteWatcherOff(mailStoreStatus, "switched off: disableOpenMetaScanning is 1");
   } else {
     NSLog(
         "External OpenMeta Scanning Enabled\nUse Terminal command to disable: defaults write "
@@ -83,8 +84,11 @@ void WFHelperAppDelegate::preferencesDidChange(const platform::Notification*) {
 
   if (activeSyncFolderPathCreateIfNecessary(true))
     startSyncFolderWatcher();
-  else
+  else {
     stopSyncFolderWatcher();
+    noteWatcherOff(syncStatus, kSyncOff);
+  }
+  notePreferencesApplied();
 }
 
 }  // namespace wf

@@ -18,16 +18,35 @@ namespace {
 constexpr double kAppKitVersionNumber10_8 = 1187;
 }  // namespace
 
+namespace {
+// Runs one source's import and records its outcome for the status; an
+// exception still ends the run, as it always did.
+template <class Fetch>
+void runSource(WFHelperAppDelegate& self, const std::string& source, Fetch fetch) {
+  self.beginSourceRun();
+  try {
+    fetch();
+  } catch (const std::exception& e) {
+    self.endSourceRun(source, e.what());
+    throw;
+  }
+  self.endSourceRun(source);
+}
+}  // namespace
+
 void WFHelperAppDelegate::fetchExternalProjects() {
   // An absent preference counts as NO.
-  if (defaultForKey("showOmniFocusProjects").boolValue()) _fetchOmniFocusProjects();
-  if (defaultForKey("showHitListProjects").boolValue()) _fetchHitListProjects();
+  if (defaultForKey("showOmniFocusProjects").boolValue())
+    runSource(*this, "OmniFocus", [this] { _fetchOmniFocusProjects(); });
+  if (defaultForKey("showHitListProjects").boolValue())
+    runSource(*this, "The Hit List", [this] { _fetchHitListProjects(); });
   if (defaultForKey("showThingsProjects").boolValue()) {
     // One switch serves both Things imports; both write the same file.
-    _fetchThingsProjects();
-    _fetchThings3Projects();
+    runSource(*this, "Things", [this] { _fetchThingsProjects(); });
+    runSource(*this, "Things 3", [this] { _fetchThings3Projects(); });
   }
-  if (std::floor(NSAppKitVersionNumber()) > kAppKitVersionNumber10_8) _fetchFinderTags();
+  if (std::floor(NSAppKitVersionNumber()) > kAppKitVersionNumber10_8)
+    runSource(*this, "Finder tags", [this] { _fetchFinderTags(); });
 }
 
 }  // namespace wf

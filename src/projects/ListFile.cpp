@@ -1,5 +1,6 @@
 #include "projects/ListFile.h"
 
+#include "app/WFHelperAppDelegate.h"
 #include "paths/Paths.h"
 #include "platform/base/Files.h"
 #include "platform/foundation/Strings.h"
@@ -28,7 +29,10 @@ bool writeListFile(const std::optional<std::string>& path, const Value& list) {
                               {"OmniFocusProjects.plist", "HitListProjects.plist",
                                "ThingsProjects.plist", "FinderTags.plist"});
   }
-  return plist::writeToFile(list, *path, /*atomically=*/true);
+  bool written = plist::writeToFile(list, *path, /*atomically=*/true);
+  if (auto* delegate = WFHelperAppDelegate::shared())
+    ++(written ? delegate->intervalStatus.listWrites : delegate->intervalStatus.failedListWrites);
+  return written;
 }
 
 }  // namespace wf

@@ -4,6 +4,8 @@
 // handed on, repeats included: the stream does not merge them here.
 #include "sync/SyncFolderWatcher.h"
 
+#include <cerrno>
+
 #include "app/WFHelperAppDelegate.h"
 #include "platform/base/Files.h"
 #include "sync/SyncListFiles.h"
@@ -52,9 +54,13 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
     if (_syncFolderStreamRef->start()) {
       WFLogKeyed(kLogKey, "Successfully set up SyncFolder Listener");
       setCurrentSyncFolderPath(path);
+      noteWatcherOutcome(syncStatus, "sync folder", path, true, 0);
       return true;
     }
+    noteWatcherOutcome(syncStatus, "sync folder", path, false, errno);
     WFLogKeyed(kLogKey, "failed to start the SyncFolder Listener\n");
+  } else {
+    noteWatcherOutcome(syncStatus, "sync folder", path, false, 0);
   }
   _syncFolderStreamRef.reset();
   return false;

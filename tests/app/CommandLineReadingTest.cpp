@@ -23,6 +23,23 @@ TEST(CommandLineReading, HelpInEveryForm) {
   EXPECT_EQ(readCommandLine({"-WFlogOpenMeta", "YES", "-h"}).action, Action::Help);
 }
 
+TEST(CommandLineReading, StatusAloneOrWithJson) {
+  CommandLine line = readCommandLine({"--status"});
+  EXPECT_EQ(line.action, Action::Status);
+  EXPECT_FALSE(line.json);
+  for (auto words : {std::vector<std::string>{"--status", "--json"},
+                     std::vector<std::string>{"--json", "--status"}}) {
+    line = readCommandLine(words);
+    EXPECT_EQ(line.action, Action::Status);
+    EXPECT_TRUE(line.json);
+  }
+  // Nothing else goes with it, and --json alone means nothing.
+  EXPECT_EQ(readCommandLine({"--status", "-WFlogOpenMeta", "YES"}).action, Action::Misuse);
+  EXPECT_EQ(readCommandLine({"--status", "--verbose"}).action, Action::Misuse);
+  EXPECT_EQ(readCommandLine({"--json"}).action, Action::Misuse);
+  EXPECT_EQ(readCommandLine({"--json"}).offending, "--json");
+}
+
 TEST(CommandLineReading, AValueIsTakenAsItStands) {
   CommandLine line = readCommandLine({"-WFsyncFolderPath", "-h", "-a", "--help"});
   EXPECT_EQ(line.action, Action::Launch);

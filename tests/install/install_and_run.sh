@@ -16,6 +16,8 @@ cmake --install "$build_dir" --prefix "$prefix" >/dev/null
 for f in bin/wrenfold-helper bin/openmeta bin/wf-plutil bin/wf-defaults \
          share/wrenfold-helper/Info.plist share/wrenfold-helper/OFProjectsScript.txt \
          share/dbus-1/interfaces/org.ardel.Wrenfold.xml lib/systemd/user/wrenfold-helper.service \
+         share/dbus-1/interfaces/org.ardel.WrenfoldHelper.xml \
+         share/bash-completion/completions/wrenfold-helper \
          share/dbus-1/services/org.ardel.WrenfoldHelper.service \
          share/man/man1/wrenfold-helper.1.gz; do
   [ -e "$prefix/$f" ] || { echo "not installed: $f"; echo "0 passed, 1 failed"; exit 1; }

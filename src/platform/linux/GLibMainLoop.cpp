@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "platform/linux/Dispatch.h"
+#include "platform/linux/SystemdNotify.h"
 
 namespace wf::platform {
 namespace {
@@ -33,9 +34,16 @@ gboolean onTerminatingSignal(gpointer data) {
   return G_SOURCE_REMOVE;
 }
 
+gboolean onHangupSignal(gpointer data) {
+  auto* fn = static_cast<std::function<void()>*>(data);
+  if (*fn) dispatchGuarded(*fn);
+  return G_SOURCE_CONTINUE;
+}
+
 }  // namespace
 
 [[noreturn]] void endProcess(int status) {
+  systemdNotify("STOPPING=1");
   std::fflush(stdout);
   std::fflush(stderr);
   _exit(status);
@@ -73,6 +81,12 @@ void GLibMainLoop::run() { g_main_loop_run(loop_.get()); }
 void GLibMainLoop::terminateOnSignals() {
   g_unix_signal_add(SIGTERM, onTerminatingSignal, this);
   g_unix_signal_add(SIGINT, onTerminatingSignal, this);
+}
+
+void GLibMainLoop::onHangup(std::function<void()> fn) {
+  bool first = !hangup_;
+  hangup_ = std::move(fn);
+  if (first) g_unix_signal_add(SIGHUP, onHangupSignal, &hangup_);
 }
 
 }  // namespace wf::platform

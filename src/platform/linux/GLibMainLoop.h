@@ -5,6 +5,8 @@
 
 #include <glib.h>
 
+#include <functional>
+
 #include "platform/Platform.h"
 #include "platform/glib/Owners.h"
 
@@ -22,9 +24,13 @@ class GLibMainLoop : public MainLoop {
   void run();
   // SIGTERM and SIGINT end the helper as terminate() does.
   void terminateOnSignals();
+  // SIGHUP calls `fn` on the loop (and so never ends the helper): a closed
+  // terminal or a `kill -HUP` asks a daemon to read its settings again.
+  void onHangup(std::function<void()> fn);
 
  private:
   sys::GPtr<GMainLoop> loop_;
+  std::function<void()> hangup_;
 };
 
 // Flushes standard error and the system log, then ends the process with

@@ -501,6 +501,7 @@ void InotifyFileEventStream::deliver() {
 // whose change time is not older than the moment the queue was last read
 // empty. Deletions in that gap cannot be found and are not reported.
 void InotifyFileEventStream::recoverFromOverflow() {
+  ++overflows_;
   changedSince_ = minus(caughtUpAt_, kCoarseClockSlackNs);
   std::size_t before = pending_.size();
 
@@ -549,7 +550,15 @@ void InotifyFileEventStream::recoverFromOverflow() {
 std::unique_ptr<FileEventStream> InotifyFileEventStreamFactory::create(
     const FileEventStreamParams& params, FileEventCallback callback) {
   int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (fd < 0) return nullptr;
+  if (fd < 0) {
+    int error = errno;
+    lastFailure_ = std::string("no inotify instance could be made (") + std::strerror(error) + ")";
+    if (error == EMFILE)
+      lastFailure_ +=
+          ": other programs use up the per-user limit fs.inotify.max_user_instances; raise it, "
+          "for example with \"sudo sysctl fs.inotify.max_user_instances=1024\"";
+    return nullptr;
+  }
   return std::make_unique<InotifyFileEventStream>(fd, params, std::move(callback), log_,
                                                   watchLimit_);
 }

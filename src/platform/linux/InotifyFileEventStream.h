@@ -40,6 +40,8 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   void stop() override;
 
   bool watchesCurrentFolders() const override;
+  std::uint64_t watchesHeld() const override { return folders_.size(); }
+  std::uint64_t overflowsRecovered() const override { return overflows_; }
 
   // Folders watched at present.
   std::size_t watchCount() const { return folders_.size(); }
@@ -100,6 +102,7 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   std::size_t watchLimit_;
 
   std::unordered_map<int, Folder> folders_;
+  std::uint64_t overflows_ = 0;
   std::vector<Root> roots_;
   std::vector<std::string> pending_;
   std::unordered_set<std::string> pendingSet_;  // with mergeRepeatedPaths
@@ -128,12 +131,14 @@ class InotifyFileEventStreamFactory : public FileEventStreamFactory {
   explicit InotifyFileEventStreamFactory(Log& log) : log_(log) {}
   std::unique_ptr<FileEventStream> create(const FileEventStreamParams& params,
                                           FileEventCallback callback) override;
+  std::string lastFailure() const override { return lastFailure_; }
   // Streams made afterwards act as if the per-user watch limit left room
   // for only `watches` folders (tests and benchmarks).
   void setWatchLimitForTesting(std::size_t watches) { watchLimit_ = watches; }
 
  private:
   Log& log_;
+  std::string lastFailure_;
   std::size_t watchLimit_ = std::numeric_limits<std::size_t>::max();
 };
 

@@ -38,6 +38,7 @@ constexpr Rule kRules[] = {
     {"cannot post ", LogPriority::Warning},
     {"cannot list the running applications", LogPriority::Warning},
     {"Cannot watch every folder below ", LogPriority::Warning},
+    {"Cannot watch the ", LogPriority::Warning},
     {"File events were lost in ", LogPriority::Warning},
     // Diagnostic lines written without a key.
     {"scriptSource: ", LogPriority::Info},

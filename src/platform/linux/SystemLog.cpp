@@ -1,6 +1,6 @@
 #include "platform/linux/SystemLog.h"
 
-#include <glib.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -9,12 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-
-#include "platform/base/Files.h"
 
 namespace wf::platform {
 namespace {
@@ -38,8 +37,23 @@ bool streamIsJournal(int fd) {
 
 SystemLog::SystemLog() : journal_(streamIsJournal(STDERR_FILENO)) {
   // One socket for the life of the process; records are sent to /dev/log
-  // one datagram each, never by reconnecting.
-  if (!journal_) syslogSocket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  // (or the journal) one datagram each, never by reconnecting.
+  if (journal_)
+    journalSocket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  else
+    syslogSocket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+
+  struct stat st;
+  if (fstat(STDERR_FILENO, &st) != 0) return;
+  if (S_ISSOCK(st.st_mode)) {
+    stderrIsSocket_ = true;  // sent with MSG_DONTWAIT
+  } else if (S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode)) {
+    // O_NONBLOCK on fd 2 itself would reach the shell or collector that
+    // shares it; a description of our own leaves theirs alone. A regular
+    // file keeps fd 2, whose offset (or O_APPEND) the parent may share.
+    ownStderr_.reset(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (ownStderr_) stderrFd_ = ownStderr_.get();
+  }
 }
 
 SystemLog::~SystemLog() = default;
@@ -58,35 +72,101 @@ std::string stderrRecord(const std::string& message) {
   return head + message + "\n";
 }
 
+std::string journalDatagram(const std::vector<std::pair<std::string, std::string>>& fields) {
+  std::string d;
+  for (const auto& [key, value] : fields) {
+    d += key;
+    if (value.find('\n') == std::string::npos) {
+      d += '=';
+      d += value;
+    } else {
+      d += '\n';
+      std::uint64_t length = value.size();
+      for (int i = 0; i < 8; ++i) d += static_cast<char>((length >> (8 * i)) & 0xff);
+      d += value;
+    }
+    d += '\n';
+  }
+  return d;
+}
+
 void SystemLog::write(const std::string& message) {
+  if (classifyRecord(message).priority <= LogPriority::Warning) {
+    timeval tv;
+    gettimeofday(&tv, nullptr);
+    failures_.emplace_back(static_cast<double>(tv.tv_sec) + tv.tv_usec / 1e6 - 978307200.0,
+                           message);
+    if (failures_.size() > 20) failures_.pop_front();
+  }
+  if (!writeRecord(message)) {
+    ++dropped_;
+    return;
+  }
+  // The first record through after a stall says what the stall cost.
+  if (dropped_ > droppedReported_) {
+    std::uint64_t lost = dropped_ - droppedReported_;
+    droppedReported_ = dropped_;
+    (void)writeRecord(std::to_string(lost) +
+                      " log lines were dropped: the log (standard error or the journal) was not "
+                      "taking them without waiting");
+  }
+}
+
+bool SystemLog::writeRecord(const std::string& message) {
   LogRecordKind kind = classifyRecord(message);
   // The journal keeps stderr as well; writing both would log each record
-  // twice. Should the journal refuse the record, stderr still gets it.
-  if (journal_ && writeToJournal(message, kind)) return;
-  writeToStderr(message);
+  // twice. Should the journal refuse the record, stderr still gets it; a
+  // journal that is merely busy drops it.
+  if (journal_) {
+    Outcome outcome = writeToJournal(message, kind);
+    if (outcome == Outcome::Written) return true;
+    if (outcome == Outcome::WouldBlock) return false;
+  }
+  bool written = writeToStderr(message);
   if (!journal_) writeToSyslog(message, kind.priority);
+  return written;
 }
 
-bool SystemLog::writeToJournal(const std::string& message, const LogRecordKind& kind) {
-  // GLib's journald writer speaks the journal's native protocol (a field
-  // holding line breaks is sent length-prefixed, so the message stays one
-  // entry) over one socket it keeps open.
-  std::string priority = std::to_string(static_cast<int>(kind.priority));
-  GLogField fields[4] = {
-      {"MESSAGE", message.c_str(), static_cast<gssize>(message.size())},
-      {"PRIORITY", priority.c_str(), -1},
-      {"SYSLOG_IDENTIFIER", kIdentifier, -1},
-      {"WRENFOLD_LOG_KEY", kind.key.c_str(), -1},
-  };
-  gsize count = kind.key.empty() ? 3 : 4;
-  return g_log_writer_journald(G_LOG_LEVEL_MESSAGE, fields, count, nullptr) == G_LOG_WRITER_HANDLED;
+SystemLog::Outcome SystemLog::writeToJournal(const std::string& message,
+                                             const LogRecordKind& kind) {
+  if (!journalSocket_) return Outcome::Failed;
+  std::vector<std::pair<std::string, std::string>> fields = {
+      {"MESSAGE", message},
+      {"PRIORITY", std::to_string(static_cast<int>(kind.priority))},
+      {"SYSLOG_IDENTIFIER", kIdentifier}};
+  if (!kind.key.empty()) fields.emplace_back("WRENFOLD_LOG_KEY", kind.key);
+  std::string datagram = journalDatagram(fields);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, "/run/systemd/journal/socket", sizeof address.sun_path - 1);
+  for (;;) {
+    if (sendto(journalSocket_.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
+               reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0)
+      return Outcome::Written;
+    if (errno == EINTR) continue;
+    return errno == EAGAIN || errno == EWOULDBLOCK ? Outcome::WouldBlock : Outcome::Failed;
+  }
 }
 
-void SystemLog::writeToStderr(const std::string& message) {
+bool SystemLog::writeToStderr(const std::string& message) {
   // One write call per record, so that records of several processes sharing
-  // a terminal or pipe do not interleave.
-  // A log line that cannot be written has nowhere else to go.
-  (void)sys::writeAll(STDERR_FILENO, stderrRecord(message));
+  // a terminal or pipe do not interleave; a pipe takes a record of up to
+  // PIPE_BUF bytes whole or not at all.
+  std::string record = stderrRecord(message);
+  const char* p = record.data();
+  std::size_t left = record.size();
+  while (left > 0) {
+    ssize_t n = stderrIsSocket_ ? send(stderrFd_, p, left, MSG_NOSIGNAL | MSG_DONTWAIT)
+                                : ::write(stderrFd_, p, left);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      // Would block, or nowhere to write: the rest of the record is lost.
+      return false;
+    }
+    p += n;
+    left -= static_cast<std::size_t>(n);
+  }
+  return true;
 }
 
 void SystemLog::writeToSyslog(const std::string& message, LogPriority priority) {

@@ -6,9 +6,18 @@
 // the head "YYYY-MM-DD HH:MM:SS.mmm wrenfold-helper[PID:TID] " (local time,
 // the kernel's thread id), the message with its own line breaks and a line
 // break; and the same message once to syslog (/dev/log) over one socket.
+//
+// Writing a record never blocks the main loop: a journal, pipe or terminal
+// that is not taking records right now makes the record dropped and
+// counted, and once records go through again one line says how many were
+// lost.
 #pragma once
 
+#include <cstdint>
+#include <deque>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/Platform.h"
 #include "platform/base/Owners.h"
@@ -24,14 +33,32 @@ class SystemLog : public Log {
   SystemLog& operator=(const SystemLog&) = delete;
   void write(const std::string& message) override;
   bool writesToJournal() const { return journal_; }
+  // Records dropped since launch because their destination would have
+  // blocked (or failed).
+  std::uint64_t droppedRecords() const { return dropped_; }
+  // The last 20 failure records (warnings and errors) with their times in
+  // seconds since 2001-01-01, oldest first, whether or not they were written.
+  const std::deque<std::pair<double, std::string>>& recentFailures() const { return failures_; }
 
  private:
-  bool writeToJournal(const std::string& message, const LogRecordKind& kind);
-  void writeToStderr(const std::string& message);
+  enum class Outcome { Written, WouldBlock, Failed };
+  bool writeRecord(const std::string& message);
+  Outcome writeToJournal(const std::string& message, const LogRecordKind& kind);
+  bool writeToStderr(const std::string& message);
   void writeToSyslog(const std::string& message, LogPriority priority);
 
   bool journal_ = false;
+  sys::UniqueFd journalSocket_;
   sys::UniqueFd syslogSocket_;
+  // Standard error as this process writes it: a description of its own in
+  // non-blocking mode for a pipe or terminal (the shared one stays as the
+  // parent left it), standard error itself otherwise.
+  sys::UniqueFd ownStderr_;
+  int stderrFd_ = 2;
+  bool stderrIsSocket_ = false;
+  std::uint64_t dropped_ = 0;
+  std::uint64_t droppedReported_ = 0;
+  std::deque<std::pair<double, std::string>> failures_;
 };
 
 // The stderr record of a message at the current time.
@@ -39,5 +66,10 @@ std::string stderrRecord(const std::string& message);
 
 // Whether JOURNAL_STREAM ("device:inode") names the file open on `fd`.
 bool streamIsJournal(int fd);
+
+// One datagram of the journal's native protocol for these fields: "KEY=value\n",
+// or "KEY\n" + 64-bit little-endian length + value + "\n" when the value holds
+// a line break.
+std::string journalDatagram(const std::vector<std::pair<std::string, std::string>>& fields);
 
 }  // namespace wf::platform

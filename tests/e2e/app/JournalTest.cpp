@@ -13,6 +13,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -228,6 +229,8 @@ TEST(Syslog, OneDatagramPerRecordWithItsPriority) {
   ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
   Journal syslog(folder, "dev-log");
   ASSERT_TRUE(syslog.bound());
+  // A mail store to watch: a missing one would add its own failure line.
+  ASSERT_EQ(std::system(("mkdir -p '" + s.library() + "/Mail/V2'").c_str()), 0);
   Copy helper = startCopy(s, inSyslogNamespace(folder));
   ASSERT_TRUE(waitForLaunchOf(s, helper, kWait)) << helper.output();
   s.emit("WrenfoldWillUninstall");
