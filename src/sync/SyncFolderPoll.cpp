@@ -35,6 +35,9 @@ void pollDidReturn(WFHelperAppDelegate* delegate, const platform::PolledFolder& 
     // What is there when the watch begins is no change.
     state.first = false;
     state.seen = entries;
+    delegate->logForKey("logSettingsSync", __FILE__, __func__, __LINE__,
+                        "Sync folder %@ first read: %lu lists and copies", state.folder,
+                        static_cast<unsigned long>(entries.size()));
     return;
   }
   std::vector<std::string> changed;

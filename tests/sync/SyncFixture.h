@@ -9,15 +9,9 @@
 
 #include "app/WFHelperAppDelegate.h"
 #include "support/Fakes.h"
+#include "support/ListFiles.h"
 
 namespace wf::test {
-
-// A whole property list that holds `text`: what travels through the sync
-// folder.
-inline std::string list(const std::string& text) {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<string>" + text +
-         "</string>\n</plist>\n";
-}
 
 class SyncTest : public ::testing::Test {
  protected:

@@ -1,0 +1,126 @@
+// A sync folder on a network share: a FUSE mount (bindfs) made by the test.
+// A write made underneath the mount, past the kernel's view of it, is a
+// change made by another computer: inotify on the mount never hears it.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+
+#include "support/Harness.h"
+
+namespace wf::e2e {
+namespace {
+
+constexpr double kWait = 20;
+// A change from elsewhere must be announced within this.
+constexpr double kFromElsewhere = 5.0;
+const std::string kKeywords = "WrenfoldKeywords.plist";
+const std::string kUpdated = "WrenfoldHelperDidUpdateKeywordsFile";
+
+std::string list(const std::string& text) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<string>" + text +
+         "</string>\n</plist>\n";
+}
+
+void write(const std::string& path, const std::string& bytes) {
+  std::ofstream f(path, std::ios::binary | std::ios::trunc);
+  f << bytes;
+}
+
+std::string quoted(const std::string& s) { return "'" + s + "'"; }
+
+class NetworkShare : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    local = s.library() + "/Mail/Ardel";
+    server = s.home() + "/server";
+    sync = s.home() + "/Shared Sync";
+    ASSERT_EQ(
+        std::system(
+            ("mkdir -p " + quoted(local) + " " + quoted(server) + " " + quoted(sync)).c_str()),
+        0);
+    std::string mount = "bindfs " + quoted(server) + " " + quoted(sync) + " 2>&1";
+    if (std::system(mount.c_str()) != 0)
+      GTEST_SKIP() << "cannot mount a FUSE file system here (bindfs failed): this machine "
+                      "needs /dev/fuse and bindfs";
+    mounted = true;
+    s.writePreferences({{"settingsSyncMethod", Value(2)},
+                        {"syncFolderPath", Value(sync)},
+                        {"logSettingsSync", Value(true)}});
+  }
+  void TearDown() override {
+    if (mounted) std::system(("fusermount3 -u -z " + quoted(sync) + " 2>/dev/null").c_str());
+  }
+  void launch() {
+    s.startHelper();
+    ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
+    ASSERT_TRUE(
+        s.waitForLine("is on fuse.bindfs, where inotify hears only this computer's "
+                      "changes: its lists are also read every 2 seconds",
+                      kWait))
+        << s.stderrText();
+    // What the first read sees is no change; what is written after it is.
+    ASSERT_TRUE(s.waitForLine("first read: ", kWait)) << s.stderrText();
+  }
+  // Another computer's write: underneath the mount.
+  std::string fromElsewhere(const std::string& name = kKeywords) const {
+    return server + "/" + name;
+  }
+  std::string localFile(const std::string& name = kKeywords) const { return local + "/" + name; }
+
+  Session s;
+  std::string local, server, sync;
+  bool mounted = false;
+};
+
+TEST_F(NetworkShare, AChangeFromAnotherComputerIsAnnouncedWithinFiveSeconds) {
+  write(localFile(), list("mine"));
+  write(fromElsewhere(), list("mine"));
+  launch();
+  s.watch(kUpdated);
+  auto start = std::chrono::steady_clock::now();
+  write(fromElsewhere(), list("changed on the other computer"));
+  ASSERT_TRUE(s.waitForSignal(kUpdated, 1, kFromElsewhere)) << s.stderrText();
+  double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  EXPECT_LE(took, kFromElsewhere);
+  ASSERT_TRUE(s.roundTrip());
+  EXPECT_EQ(s.count(kUpdated), 1);
+}
+
+TEST_F(NetworkShare, TheHelpersOwnPushIsNotAnnouncedBack) {
+  write(localFile(), list("saved here"));
+  write(fromElsewhere(), list("older"));
+  write(localFile("WrenfoldProjects.plist"), list("my projects"));
+  write(fromElsewhere("WrenfoldProjects.plist"), list("my projects"));
+  launch();
+  s.watch(kUpdated);
+  s.watch("WrenfoldHelperDidUpdateProjectFile");
+  s.emit("WrenfoldKeywordListWasSaved");
+  ASSERT_TRUE(s.waitForLine("copy success", kWait)) << s.stderrText();
+  // A later change from elsewhere: every read that sees it has seen the
+  // push too.
+  write(fromElsewhere("WrenfoldProjects.plist"), list("their projects"));
+  ASSERT_TRUE(s.waitForSignal("WrenfoldHelperDidUpdateProjectFile", 1, kWait)) << s.stderrText();
+  ASSERT_TRUE(s.roundTrip());
+  EXPECT_EQ(s.count(kUpdated), 0) << s.stderrText();
+}
+
+TEST_F(NetworkShare, AConflictCopyFromElsewhereIsReportedAndNotAnnounced) {
+  write(localFile(), list("mine"));
+  write(fromElsewhere(), list("mine"));
+  launch();
+  s.watch(kUpdated);
+  std::string copy = "WrenfoldKeywords.sync-conflict-20261124-101010-ABCDEFG.plist";
+  write(fromElsewhere(copy), list("the losing version"));
+  ASSERT_TRUE(s.waitForLine(
+      "Conflict copy " + sync + "/" + copy + " of WrenfoldKeywords.plist (made by Syncthing)",
+      kWait))
+      << s.stderrText();
+  ASSERT_TRUE(s.roundTrip());
+  EXPECT_EQ(s.count(kUpdated), 0);
+}
+
+}  // namespace
+}  // namespace wf::e2e
