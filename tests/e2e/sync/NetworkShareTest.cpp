@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
@@ -29,7 +30,7 @@ void write(const std::string& path, const std::string& bytes) {
   f << bytes;
 }
 
-std::string quoted(const std::string& s) { return "'" + s + "'"; }
+std::string shellQuoted(const std::string& s) { return "'" + s + "'"; }
 
 class NetworkShare : public ::testing::Test {
  protected:
@@ -37,11 +38,11 @@ class NetworkShare : public ::testing::Test {
     local = s.library() + "/Mail/Ardel";
     server = s.home() + "/server";
     sync = s.home() + "/Shared Sync";
-    ASSERT_EQ(
-        std::system(
-            ("mkdir -p " + quoted(local) + " " + quoted(server) + " " + quoted(sync)).c_str()),
-        0);
-    std::string mount = "bindfs " + quoted(server) + " " + quoted(sync) + " 2>&1";
+    ASSERT_EQ(std::system(("mkdir -p " + shellQuoted(local) + " " + shellQuoted(server) + " " +
+                           shellQuoted(sync))
+                              .c_str()),
+              0);
+    std::string mount = "bindfs " + shellQuoted(server) + " " + shellQuoted(sync) + " 2>&1";
     if (std::system(mount.c_str()) != 0)
       GTEST_SKIP() << "cannot mount a FUSE file system here (bindfs failed): this machine "
                       "needs /dev/fuse and bindfs";
@@ -51,15 +52,15 @@ class NetworkShare : public ::testing::Test {
                         {"logSettingsSync", Value(true)}});
   }
   void TearDown() override {
-    if (mounted) std::system(("fusermount3 -u -z " + quoted(sync) + " 2>/dev/null").c_str());
+    if (mounted) std::system(("fusermount3 -u -z " + shellQuoted(sync) + " 2>/dev/null").c_str());
   }
   void launch() {
     s.startHelper();
     ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
-    ASSERT_TRUE(
-        s.waitForLine("is on fuse.bindfs, where inotify hears only this computer's "
-                      "changes: its lists are also read every 2 seconds",
-                      kWait))
+    // bindfs mounts as type "fuse", without a sub-type.
+    ASSERT_TRUE(s.waitForLine(sync + " is on fuse, where inotify hears only this computer's "
+                                     "changes: its lists are also read every 2 seconds",
+                              kWait))
         << s.stderrText();
     // What the first read sees is no change; what is written after it is.
     ASSERT_TRUE(s.waitForLine("first read: ", kWait)) << s.stderrText();
@@ -120,6 +121,68 @@ TEST_F(NetworkShare, AConflictCopyFromElsewhereIsReportedAndNotAnnounced) {
       << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_EQ(s.count(kUpdated), 0);
+}
+
+// A server that stops answering: a small FUSE file system of the test's own
+// whose every request waits while a flag file exists.
+class StalledShare : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    local = s.library() + "/Mail/Ardel";
+    server = s.home() + "/server";
+    sync = s.home() + "/Shared Sync";
+    flag = s.home() + "/stall";
+    ASSERT_EQ(std::system(("mkdir -p " + shellQuoted(local) + " " + shellQuoted(server) + " " +
+                           shellQuoted(sync))
+                              .c_str()),
+              0);
+    write(local + "/" + kKeywords, list("mine"));
+    write(server + "/" + kKeywords, list("mine"));
+    std::string command = std::string("/usr/bin/python3 ") + WF_STALLING_FS + " " +
+                          shellQuoted(server) + " " + shellQuoted(sync) + " " + shellQuoted(flag) +
+                          " >/dev/null 2>&1 & echo $! > " + shellQuoted(s.home() + "/fs.pid");
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    // Mounted once the mount table lists it.
+    bool up = s.waitUntil(
+        [&] {
+          return std::system(("grep -q ' " + s.home() + "/Shared\\\\040Sync ' /proc/self/mountinfo")
+                                 .c_str()) == 0;
+        },
+        10);
+    if (!up)
+      GTEST_SKIP() << "cannot mount a FUSE file system here (python3-fusepy's mount did not "
+                      "appear): this machine needs /dev/fuse and python3-fusepy";
+    mounted = true;
+    s.writePreferences({{"settingsSyncMethod", Value(2)},
+                        {"syncFolderPath", Value(sync)},
+                        {"logSettingsSync", Value(true)}});
+  }
+  void TearDown() override {
+    std::remove(flag.c_str());
+    if (mounted) std::system(("fusermount -u -z " + shellQuoted(sync) + " 2>/dev/null").c_str());
+  }
+
+  Session s;
+  std::string local, server, sync, flag;
+  bool mounted = false;
+};
+
+TEST_F(StalledShare, AServerThatStopsAnsweringIsReportedOnceAndNeverHoldsTheHelper) {
+  s.startHelper();
+  ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
+  ASSERT_TRUE(s.waitForLine(sync + " is on fuse", kWait)) << s.stderrText();
+  ASSERT_TRUE(s.waitForLine("first read: ", kWait)) << s.stderrText();
+  write(flag, "");
+  ASSERT_TRUE(s.waitForLine("does not answer: a read has not returned in 10 seconds", 30))
+      << s.stderrText();
+  // The main loop goes on answering while the read hangs.
+  auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(s.roundTrip(5)) << s.stderrText();
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2.0);
+  std::remove(flag.c_str());
+  ASSERT_TRUE(s.waitForLine("answers again", kWait)) << s.stderrText();
+  EXPECT_EQ(s.countInStderr("does not answer"), 1) << s.stderrText();
+  EXPECT_TRUE(s.helperRunning());
 }
 
 }  // namespace

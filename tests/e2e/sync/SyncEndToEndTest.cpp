@@ -158,8 +158,8 @@ TEST_F(SyncEndToEnd, ANewSyncFolderMovesTheWatcher) {
   EXPECT_EQ(s.countInStderr("stopSyncFolderWatcher \n"), 1);
 
   s.watch(kUpdated);
-  writeInPlace(syncFile(), list("in the old folder"));  // no longer watched
-  writeInPlace(moved + "/" + kKeywords, "in the new");  // watched
+  writeInPlace(syncFile(), list("in the old folder"));        // no longer watched
+  writeInPlace(moved + "/" + kKeywords, list("in the new"));  // watched
   // Created, then written: one post per path. On a loaded machine the two
   // events may fall into two callbacks, so wait for both posts.
   ASSERT_TRUE(s.waitForSignal(kUpdated, 2, 4.0)) << s.stderrText();
@@ -233,7 +233,7 @@ TEST_F(SyncEndToEnd, AnUnwritableSyncFolderKeepsItsCopy) {
   ASSERT_TRUE(logged) << log;
   EXPECT_NE(log.find("\n\tError: Error Domain=NSCocoaErrorDomain Code=513 "), std::string::npos)
       << log;
-  EXPECT_EQ(copy, "theirs");
+  EXPECT_EQ(copy, list("theirs"));
   EXPECT_TRUE(snapshot(localFile()) == before);
   EXPECT_TRUE(s.helperRunning());
 }
