@@ -5,6 +5,7 @@
 #include "app/WFHelperAppDelegate.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
+#include "sync/SyncListFiles.h"
 
 namespace wf {
 namespace {
@@ -14,15 +15,11 @@ void observePlugInNotifications(WFHelperAppDelegate* self) {
   platform::NotificationCenter* center = self->services().notifications.get();
   center->addObserver("WrenfoldPreferencesDidChange",
                       [self](const platform::Notification& n) { self->preferencesDidChange(&n); });
-  center->addObserver("WrenfoldKeywordListWasSaved",
-                      [self](const platform::Notification& n) { self->keywordsDidChange(&n); });
-  center->addObserver("WrenfoldProjectListWasSaved",
-                      [self](const platform::Notification& n) { self->projectsDidChange(&n); });
-  center->addObserver("WrenfoldInboxRulesWereSaved",
-                      [self](const platform::Notification& n) { self->rulesDidChange(&n); });
-  center->addObserver("WrenfoldSmartMailboxesWereSaved", [self](const platform::Notification& n) {
-    self->smartMailboxesDidChange(&n);
-  });
+  for (const SyncList& list : syncLists()) {
+    auto handler = list.handler;
+    center->addObserver(std::string(list.savedSignal),
+                        [self, handler](const platform::Notification& n) { (self->*handler)(&n); });
+  }
   center->addObserver("WrenfoldWillUninstall",
                       [self](const platform::Notification& n) { self->wrenfoldWillUninstall(&n); });
 }

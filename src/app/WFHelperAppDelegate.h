@@ -21,7 +21,8 @@ namespace wf {
 // "-[WFHelperAppDelegate name:]" for a delegate method named in C++ `name`.
 std::string delegateMethodName(std::string_view cxxName);
 
-struct ProjectImportState;  // projects/: process-lifetime state of the imports
+struct ProjectImportState;   // projects/: process-lifetime state of the imports
+struct SyncFolderPollState;  // sync/: the poll of a sync folder on a network share
 
 class WFHelperAppDelegate {
  public:
@@ -33,6 +34,9 @@ class WFHelperAppDelegate {
   // The application object's delegate (NSApp.delegate), for free functions.
   static WFHelperAppDelegate* shared();
   platform::Services& services() { return services_; }
+  // Expires when the delegate goes: what the main loop holds for later
+  // (a delayed import) checks it before it calls back.
+  std::weak_ptr<void> lifetime() const { return lifetime_; }
 
   // Application core
   void registerWrenfoldUrlSchema();
@@ -109,6 +113,7 @@ class WFHelperAppDelegate {
   bool hasOpenMetaStream() const { return _openMetaStreamRef || _openMetaStreamUnusable; }
   Value fileNameCommandMappings;  // built on first use
   std::shared_ptr<ProjectImportState> projectState;
+  std::shared_ptr<SyncFolderPollState> syncFolderPoll;  // only while one runs
   // What the status interface reports: sync/ fills the first, import/ the second.
   SyncFolderStatus syncStatus;
   MailStoreStatus mailStoreStatus;
@@ -144,6 +149,7 @@ class WFHelperAppDelegate {
   Value cachedDefaults_;
   double lastDefaultCacheTime_ = 0;
   std::optional<std::string> currentSyncFolderPath_;
+  std::shared_ptr<void> lifetime_ = std::make_shared<char>();
 };
 
 // isMailRunning(): a running application has the identifier "com.apple.mail".

@@ -16,6 +16,7 @@
 #include "platform/linux/Dispatch.h"
 #include "platform/linux/GLibMainLoop.h"
 #include "platform/linux/InotifyFileEventStream.h"
+#include "platform/linux/LinuxRemoteFolders.h"
 #include "platform/linux/MemoryRelease.h"
 #include "platform/linux/MimeAppsUrlHandlers.h"
 #include "platform/linux/ProcessDefaults.h"
@@ -84,6 +85,7 @@ int main(int argc, char** argv) {
   DBusScripting scripting(bus, workspace);
   XdgAutostartLoginItems loginItems(environment);
   MimeAppsUrlHandlers urlHandlers(environment, workspace);
+  LinuxRemoteFolders remoteFolders;
   ProcessDefaults defaults(parseArgumentDomain(argumentDomainWords(line)),
                            ProcessEnvironment::ownDefaultsFile());
 
@@ -97,7 +99,8 @@ int main(int argc, char** argv) {
                     .fileEvents = fileEvents,
                     .scripting = &scripting,
                     .loginItems = &loginItems,
-                    .urlHandlers = &urlHandlers};
+                    .urlHandlers = &urlHandlers,
+                    .remoteFolders = &remoteFolders};
 
   WFHelperAppDelegate delegate(services);
   double launchedAt = clock.now();

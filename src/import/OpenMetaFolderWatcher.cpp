@@ -11,6 +11,7 @@
 #include "import/ImportRecord.h"
 #include "openmeta/OpenMeta.h"
 #include "paths/Paths.h"
+#include "platform/RemoteFolders.h"
 #include "platform/Spotlight.h"
 #include "platform/base/UpdateLock.h"
 #include "platform/foundation/FileManager.h"
@@ -29,22 +30,45 @@ constexpr std::string_view kImportedKeys[] = {"kMDItemKeywords", "kMDItemProject
                                               "wrenfoldItemDueDate"};
 // Imports the messages from `first` on, kOpenMetaImportSlice of them in this
 // turn of the main loop, the rest in the next turns: a burst of thousands
-// of messages never holds the loop for long. The delegate is looked up
-// again each time, so a pending import never outlives it.
-void importSlices(const std::shared_ptr<const std::vector<std::string>>& messages,
+// of messages never holds the loop for long. A pending slice carries its
+// delegate and the delegate's lifetime, so it never outlives the delegate.
+void importSlices(WFHelperAppDelegate* delegate, const std::weak_ptr<void>& alive,
+                  const std::shared_ptr<const std::vector<std::string>>& messages,
                   std::size_t first) {
-  auto* d = WFHelperAppDelegate::shared();
-  if (!d) return;
+  if (alive.expired()) return;
   if (first == 0 && messages->size() <= kOpenMetaImportSlice) {
-    d->delayedImport(*messages);
+    delegate->delayedImport(*messages);
     return;
   }
   std::size_t end = std::min(messages->size(), first + kOpenMetaImportSlice);
-  d->delayedImport(std::vector<std::string>(messages->begin() + static_cast<std::ptrdiff_t>(first),
-                                            messages->begin() + static_cast<std::ptrdiff_t>(end)));
-  if (end >= messages->size()) return;
-  if (auto* again = WFHelperAppDelegate::shared())
-    again->services().loop->performAfterDelay(0, [messages, end] { importSlices(messages, end); });
+  delegate->delayedImport(
+      std::vector<std::string>(messages->begin() + static_cast<std::ptrdiff_t>(first),
+                               messages->begin() + static_cast<std::ptrdiff_t>(end)));
+  if (end >= messages->size() || alive.expired()) return;
+  delegate->services().loop->performAfterDelay(
+      0, [delegate, alive, messages, end] { importSlices(delegate, alive, messages, end); });
+}
+
+// A store on a network share is watched for this computer's changes only:
+// polling a hundred thousand messages is not worth it, but it is said, once
+// for each store.
+void noteMailStoreFileSystem(WFHelperAppDelegate& delegate, const std::string& path) {
+  auto& status = delegate.mailStoreStatus;
+  bool known = status.path == path && !status.fileSystem.empty();
+  status.path = path;
+  status.watch = "inotify";
+  status.reason.clear();
+  platform::RemoteFolders* remote = delegate.services().remoteFolders;
+  if (!remote) return;
+  platform::FolderFileSystem fs = remote->fileSystemOf(path);
+  status.fileSystem = fs.type;
+  if (!fs.remote) return;
+  status.reason = "messages changed by other computers are not seen on " + fs.type;
+  if (!known)
+    NSLog(
+        "Mail store %@ is on %@, where inotify hears only this computer's changes: messages "
+        "tagged on another computer are imported when this computer next changes them",
+        path, fs.type);
 }
 
 // Messages another writer held at their import, with the retries so far.
@@ -55,7 +79,7 @@ std::map<std::string, int> gBusyRetries;
 constexpr double kBusyRetryDelay = 1.0;
 constexpr int kBusyRetries = 15;
 
-void retryWhenFree(const std::string& path) {
+void retryWhenFree(WFHelperAppDelegate& delegate, const std::string& path) {
   int& tries = gBusyRetries[path];
   if (tries >= kBusyRetries) {
     gBusyRetries.erase(path);
@@ -63,10 +87,11 @@ void retryWhenFree(const std::string& path) {
     return;
   }
   if (tries++ == 0) NSLog("OpenMeta import: %@ held by another writer; tried again shortly", path);
-  auto* d = WFHelperAppDelegate::shared();
-  if (!d) return;
-  d->services().loop->performAfterDelay(kBusyRetryDelay, [path] {
-    if (auto* delegate = WFHelperAppDelegate::shared()) delegate->delayedImport({path});
+  // The retry carries its delegate, and is dropped when the delegate is gone.
+  auto* d = &delegate;
+  std::weak_ptr<void> alive = delegate.lifetime();
+  delegate.services().loop->performAfterDelay(kBusyRetryDelay, [d, alive, path] {
+    if (!alive.expired()) d->delayedImport({path});
   });
 }
 
@@ -119,14 +144,18 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
     // A message changed many times within one latency is imported once:
     // the import reads the message as it is then, whatever the count.
     params.mergeRepeatedPaths = true;
+    // The stream dies with the delegate (it holds it): its callback may
+    // carry the delegate itself.
     _openMetaStreamRef = services().fileEvents->create(
-        params, [](const std::vector<std::string>& paths) { fseventsOpenMeta_callback(paths); });
+        params,
+        [this](const std::vector<std::string>& paths) { fseventsOpenMeta_callback(this, paths); });
   }
 
   if (_openMetaStreamRef) {
     if (_openMetaStreamRef->start()) {
       WFLogKeyed("logOpenMeta", "Successfully set up OpenMeta Listener");
       noteWatcherOutcome(mailStoreStatus, "mail store", path, true, 0);
+      noteMailStoreFileSystem(*this, *path);
       return 1;
     }
     noteWatcherOutcome(mailStoreStatus, "mail store", path, false, errno);
@@ -160,17 +189,17 @@ void WFHelperAppDelegate::stopOpenMetaFolderWatcher() {
   _openMetaStreamRef.reset();  // invalidate and release
 }
 
-void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths) {
+void fseventsOpenMeta_callback(WFHelperAppDelegate* delegate,
+                               const std::vector<std::string>& eventPaths) {
   std::vector<std::string> messages;
   for (const auto& path : eventPaths)
     if (ns::hasSuffix(path, ".emlx")) messages.push_back(path);
   if (messages.empty()) return;
 
-  WFHelperAppDelegate* delegate = WFHelperAppDelegate::shared();
-  if (!delegate) return;
-  auto shared = std::make_shared<const std::vector<std::string>>(std::move(messages));
-  delegate->services().loop->performAfterDelay(kOpenMetaImportDelay,
-                                               [shared] { importSlices(shared, 0); });
+  auto batch = std::make_shared<const std::vector<std::string>>(std::move(messages));
+  std::weak_ptr<void> alive = delegate->lifetime();
+  delegate->services().loop->performAfterDelay(
+      kOpenMetaImportDelay, [delegate, alive, batch] { importSlices(delegate, alive, batch, 0); });
 }
 
 void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
@@ -190,7 +219,7 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
     // it; a held message is tried again shortly.
     auto lock = sys::lockForUpdate(path, sys::Links::NoFollow, std::chrono::milliseconds(0));
     if (!lock) {
-      retryWhenFree(path);
+      retryWhenFree(*this, path);
       continue;
     }
     gBusyRetries.erase(path);

@@ -11,13 +11,17 @@
 
 namespace wf {
 
-// The stream's callback: keeps the event paths that end in ".emlx" (case
-// matters) and, when any remain, has the application's delegate run
-// delayedImport with them 0.5 s later. Every such callback schedules its
+class WFHelperAppDelegate;
+
+// The stream's callback, handed the delegate that owns the stream: keeps
+// the event paths that end in ".emlx" (case matters) and, when any remain,
+// has that delegate run delayedImport with them 0.5 s later (not when the
+// delegate is gone by then). Every such callback schedules its
 // own delayed import; none is merged or cancelled. (The stream itself
 // keeps a message once per latency window.) A large batch is imported in
 // slices, one per turn of the main loop.
-void fseventsOpenMeta_callback(const std::vector<std::string>& eventPaths);
+void fseventsOpenMeta_callback(WFHelperAppDelegate* delegate,
+                               const std::vector<std::string>& eventPaths);
 
 // A path for a log line: bytes that are not UTF-8 and control characters
 // as \xNN, a backslash doubled, everything else as it is.

@@ -179,7 +179,8 @@ class Required {
 
 // Everything the delegate reaches the system through. The first eight are
 // required (a Services cannot be made without them); the applications the
-// helper talks to through the last three may be left out, as unit tests
+// helper talks to through the next three, and the file systems (last),
+// may be left out, as unit tests
 // of other parts do, and the delegate then skips what needs them.
 struct Services {
   Required<Clock> clock;
@@ -190,9 +191,10 @@ struct Services {
   Required<UserDefaults> defaults;
   Required<Environment> environment;
   Required<FileEventStreamFactory> fileEvents;
-  class Scripting* scripting = nullptr;      // platform/Scripting.h
-  class LoginItems* loginItems = nullptr;    // platform/LoginItems.h
-  class UrlHandlers* urlHandlers = nullptr;  // platform/UrlHandlers.h
+  class Scripting* scripting = nullptr;          // platform/Scripting.h
+  class LoginItems* loginItems = nullptr;        // platform/LoginItems.h
+  class UrlHandlers* urlHandlers = nullptr;      // platform/UrlHandlers.h
+  class RemoteFolders* remoteFolders = nullptr;  // platform/RemoteFolders.h
 };
 
 }  // namespace wf::platform

@@ -10,7 +10,10 @@
 #include "platform/base/Files.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
+#include "sync/SyncFolderPoll.h"
 #include "sync/SyncListFiles.h"
+#include "sync/SyncReports.h"
+#include "sync/WholeLists.h"
 
 namespace wf {
 
@@ -28,13 +31,6 @@ std::string localPathOf(const std::string& fileName) {
 }
 
 }  // namespace
-
-const std::vector<std::string>& syncListFileNames() {
-  static const std::vector<std::string> names{"WrenfoldKeywords.plist", "WrenfoldProjects.plist",
-                                              "WrenfoldInboxRules.plist",
-                                              "WrenfoldSmartMailboxes.plist"};
-  return names;
-}
 
 std::optional<std::string> WFHelperAppDelegate::activeSyncFolderPathCreateIfNecessary(bool create) {
   if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return std::nullopt;
@@ -72,6 +68,7 @@ bool WFHelperAppDelegate::pushSyncFile(const std::string& fileName) {
   auto& files = FileManager::defaultManager();
   if (files.contentsEqualAtPath(destination.path, source.path)) {
     WFLogKeyed(kLogKey, "source and target files are identical! %@", fileName);
+    recordPush(*this, fileName, "identical");
     return false;
   }
 
@@ -85,13 +82,43 @@ bool WFHelperAppDelegate::pushSyncFile(const std::string& fileName) {
     return false;
   }
 
+  // Only a whole list that stood still while it was read travels: a list
+  // caught mid-save, emptied or cut short would reach every computer.
+  StillRead local = readWhileStill(source.path);
+  if (local.opened && !local.still) {
+    std::string reason =
+        local.error.empty() ? std::string("it kept changing while it was read") : local.error;
+    refuseSyncFile(*this, "Local list not pushed, the sync copy stays as it was:", source.path,
+                   reason);
+    recordPush(*this, fileName, "refused: " + reason);
+    return false;
+  }
+  if (local.opened) {
+    if (std::string reason = notAWholeList(local.bytes); !reason.empty()) {
+      refuseSyncFile(*this, "Local list is not a whole property list, not pushed:", source.path,
+                     reason);
+      recordPush(*this, fileName, "refused: " + reason);
+      return false;
+    }
+  }
+
   // The new copy is written beside the old one and renamed over it, so a
-  // full disk or a crash leaves the old shared copy whole.
+  // full disk or a crash leaves the old shared copy whole. A list that could
+  // not be opened goes the copy's way, which says why (or removes the sync
+  // copy of a list the plug-in removed, below).
   OptError copyError;
-  if (files.replaceItemAtPath(destination.path, source.path, &copyError)) {
+  bool copied = local.opened
+                    ? files.replaceItemAtPathWithContents(destination.path, source.path,
+                                                          local.bytes, local.mode, &copyError)
+                    : files.replaceItemAtPath(destination.path, source.path, &copyError);
+  if (copied) {
     WFLogKeyed(kLogKey, "copy success");
+    noteOwnSyncPush(*this, fileName, destination.path);
+    recordPush(*this, fileName, "pushed");
     return true;
   }
+  recordPush(*this, fileName,
+             "failed: " + (copyError ? copyError->localizedDescription() : std::string()));
   // A list the plug-in removed is removed from the sync folder as well.
   if (copyError && copyError->domain == Error::CocoaDomain &&
       copyError->code == FileManager::kFileReadNoSuchFileError) {
@@ -122,12 +149,10 @@ void WFHelperAppDelegate::syncFilesDidChange(const std::vector<std::string>& pat
   WFLogKeyed(kLogKey, "syncFilesDidChange:%@ returning", Value(std::move(reported)));
 
   if (fileNameCommandMappings.isNil()) {
-    fileNameCommandMappings = Value(Dictionary{
-        {"WrenfoldKeywords.plist", Value("WrenfoldHelperDidUpdateKeywordsFile")},
-        {"WrenfoldProjects.plist", Value("WrenfoldHelperDidUpdateProjectFile")},
-        {"WrenfoldInboxRules.plist", Value("WrenfoldHelperDidUpdateInboxRulesFile")},
-        {"WrenfoldSmartMailboxes.plist", Value("WrenfoldHelperDidUpdateSmartMailboxesFile")},
-    });
+    Dictionary mappings;
+    for (const SyncList& list : syncLists())
+      mappings.emplace(std::string(list.fileName), Value(std::string(list.updateNotification)));
+    fileNameCommandMappings = Value(std::move(mappings));
   }
 
   auto folder = activeSyncFolderPathCreateIfNecessary(false);
@@ -145,16 +170,34 @@ void WFHelperAppDelegate::syncFilesDidChange(const std::vector<std::string>& pat
     Value notification = fileNameCommandMappings.get(name);
     WFLogKeyed(kLogKey, "syncFilesDidChange %@", notification);
     NSLog("syncFilesDidChange %@", notification);
-    if (!notification.isString()) continue;
+    if (!notification.isString()) {
+      // A conflict copy is the user's to merge: reported, never announced.
+      noteIfConflictCopy(*this, path);
+      continue;
+    }
 
-    if (shouldPullSyncFile(name)) services().notifications->post(notification.asString());
+    if (!shouldPullSyncFile(name)) {
+      recordAnnouncement(*this, name, "identical");
+      continue;
+    }
+    // Only a whole list is announced: the plug-in would load an empty or
+    // cut-short copy over its own.
+    auto copy = sys::readRegularFile(path, kMaxListBytes);
+    std::string reason = copy ? notAWholeList(*copy) : copy.error().describe();
+    if (!reason.empty()) {
+      refuseSyncFile(*this, "Sync copy is not a whole property list, not announced:", path, reason);
+      recordAnnouncement(*this, name, "refused: " + reason);
+      continue;
+    }
+    services().notifications->post(notification.asString());
+    recordAnnouncement(*this, name, "announced");
   }
 }
 
 void WFHelperAppDelegate::keywordsDidChange(const platform::Notification*) {
   if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
   WFLogKeyed(kLogKey, "keywords did Change Notification");
-  pushSyncFile("WrenfoldKeywords.plist");
+  pushSyncFile(std::string(syncListHandledBy(&WFHelperAppDelegate::keywordsDidChange).fileName));
 }
 
 void WFHelperAppDelegate::smartMailboxesDidChange(const platform::Notification*) {
@@ -162,7 +205,8 @@ void WFHelperAppDelegate::smartMailboxesDidChange(const platform::Notification*)
              static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
   if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
   WFLogKeyed(kLogKey, "copy Changed SMB");
-  pushSyncFile("WrenfoldSmartMailboxes.plist");
+  pushSyncFile(
+      std::string(syncListHandledBy(&WFHelperAppDelegate::smartMailboxesDidChange).fileName));
 }
 
 void WFHelperAppDelegate::rulesDidChange(const platform::Notification*) {
@@ -170,7 +214,7 @@ void WFHelperAppDelegate::rulesDidChange(const platform::Notification*) {
              static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
   if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
   WFLogKeyed(kLogKey, "copy Changed Rules");
-  pushSyncFile("WrenfoldInboxRules.plist");
+  pushSyncFile(std::string(syncListHandledBy(&WFHelperAppDelegate::rulesDidChange).fileName));
 }
 
 void WFHelperAppDelegate::projectsDidChange(const platform::Notification*) {
@@ -178,7 +222,7 @@ void WFHelperAppDelegate::projectsDidChange(const platform::Notification*) {
              static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
   if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
   WFLogKeyed(kLogKey, "copy Changed Projects");
-  pushSyncFile("WrenfoldProjects.plist");
+  pushSyncFile(std::string(syncListHandledBy(&WFHelperAppDelegate::projectsDidChange).fileName));
 }
 
 }  // namespace wf

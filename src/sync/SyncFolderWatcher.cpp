@@ -1,5 +1,5 @@
 // The sync-folder watcher: one file-event stream over the sync folder whose
-// callback hands the changed paths to syncFilesDidChange:. The helper's own
+// callback hands the changed paths to its delegate's syncFilesDidChange:. The helper's own
 // pushes are left out by the stream (ignoreSelf). Every reported path is
 // handed on, repeats included: the stream does not merge them here.
 #include "sync/SyncFolderWatcher.h"
@@ -8,7 +8,9 @@
 
 #include "app/WFHelperAppDelegate.h"
 #include "platform/base/Files.h"
+#include "sync/SyncFolderPoll.h"
 #include "sync/SyncListFiles.h"
+#include "sync/SyncReports.h"
 
 namespace wf {
 
@@ -17,11 +19,13 @@ constexpr const char* kLogKey = "logSettingsSync";
 constexpr double kSyncFolderLatency = 1.0;
 }  // namespace
 
-void fseventsSyncFolder_callback(const std::vector<std::string>& eventPaths) {
-  WFLogKeyedFree(kLogKey, "Sync Folder Item did Change calledBack");
+void fseventsSyncFolder_callback(WFHelperAppDelegate* delegate,
+                                 const std::vector<std::string>& eventPaths) {
+  delegate->logForKey(kLogKey, __FILE__, __func__, __LINE__,
+                      "Sync Folder Item did Change calledBack");
   // Flags and kinds of change do not matter: the filtering by folder and
   // file name is syncFilesDidChange:'s.
-  if (auto* delegate = WFHelperAppDelegate::shared()) delegate->syncFilesDidChange(eventPaths);
+  delegate->syncFilesDidChange(eventPaths);
 }
 
 bool WFHelperAppDelegate::startSyncFolderWatcher() {
@@ -48,13 +52,21 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
   params.latency = kSyncFolderLatency;
   params.ignoreSelf = true;
   params.fileEvents = true;
-  _syncFolderStreamRef = services().fileEvents->create(params, fseventsSyncFolder_callback);
+  // The stream dies with the delegate (it holds it), so the callback may
+  // carry the delegate itself.
+  _syncFolderStreamRef = services().fileEvents->create(
+      params,
+      [this](const std::vector<std::string>& paths) { fseventsSyncFolder_callback(this, paths); });
 
   if (_syncFolderStreamRef) {
     if (_syncFolderStreamRef->start()) {
       WFLogKeyed(kLogKey, "Successfully set up SyncFolder Listener");
       setCurrentSyncFolderPath(path);
       noteWatcherOutcome(syncStatus, "sync folder", path, true, 0);
+      // What inotify cannot hear there is polled; copies that lost a
+      // conflict while the helper was away are reported now.
+      watchSyncFolderFileSystem(*this, *path);
+      noteConflictCopiesIn(*this, *path);
       return true;
     }
     noteWatcherOutcome(syncStatus, "sync folder", path, false, errno);
@@ -72,6 +84,9 @@ void WFHelperAppDelegate::stopSyncFolderWatcher() {
     _syncFolderStreamRef->stop();
     _syncFolderStreamRef.reset();
   }
+  stopSyncFolderPoll(*this);
+  syncStatus.watch = "off";
+  syncStatus.reason = "stopped";
   setCurrentSyncFolderPath(std::nullopt);
 }
 

@@ -1,5 +1,5 @@
-// The sync-folder watcher's event callback, a free function as the event
-// service expects; it reaches the delegate through the application object.
+// The sync-folder watcher's event callback: the stream hands it the
+// delegate that owns the stream, with the changed paths.
 #pragma once
 
 #include <string>
@@ -7,6 +7,9 @@
 
 namespace wf {
 
-void fseventsSyncFolder_callback(const std::vector<std::string>& eventPaths);
+class WFHelperAppDelegate;
+
+void fseventsSyncFolder_callback(WFHelperAppDelegate* delegate,
+                                 const std::vector<std::string>& eventPaths);
 
 }  // namespace wf

@@ -71,7 +71,7 @@ class DiskFaults : public StoreFixture {
 
 TEST_F(DiskFaults, FullDiskDuringListFileWritesKeepsTheOldListThenWritesTheNewOne) {
   MOUNT_OR_SKIP(disk, ardel(), 256 * 1024);
-  writeFile(ardel() + "/WrenfoldKeywords.plist", "local keywords");
+  writeFile(ardel() + "/WrenfoldKeywords.plist", list("local keywords"));
   seedOldFinderList();
   std::string old = readFile(finderList());
   writeFinderTags(300);  // a list far larger than what is left
@@ -92,7 +92,7 @@ TEST_F(DiskFaults, FullDiskDuringListFileWritesKeepsTheOldListThenWritesTheNewOn
 
 TEST_F(DiskFaults, FullDiskDuringStubWritesKeepsTheMessageAndTheNextChangeWritesTheStub) {
   MOUNT_OR_SKIP(disk, ardel(), 256 * 1024);
-  writeFile(ardel() + "/WrenfoldKeywords.plist", "local keywords");
+  writeFile(ardel() + "/WrenfoldKeywords.plist", list("local keywords"));
   makeFolders(stubFolder());
   std::string path = message(mailbox(), "10.emlx");
   std::string bytes = readFile(path);
@@ -116,7 +116,7 @@ TEST_F(DiskFaults, FullDiskDuringStubWritesKeepsTheMessageAndTheNextChangeWrites
 // atomically (it still replaces an older stub) would leave none.
 TEST_F(DiskFaults, DISABLED_FullDiskDuringStubWritesLeavesNoPartialStub) {
   MOUNT_OR_SKIP(disk, ardel(), 256 * 1024);
-  writeFile(ardel() + "/WrenfoldKeywords.plist", "local keywords");
+  writeFile(ardel() + "/WrenfoldKeywords.plist", list("local keywords"));
   makeFolders(stubFolder());
   std::string path = message(mailbox(), "12.emlx");
   disk->fill();
@@ -163,13 +163,13 @@ TEST_F(DiskFaults, FullDiskUnderTheMailStoreNeverChangesAMessage) {
 
 TEST_F(DiskFaults, ReadOnlyFileSystemKeepsEveryFileAndTheHelperRuns) {
   MOUNT_OR_SKIP(disk, ardel(), 1024 * 1024);
-  writeFile(ardel() + "/WrenfoldKeywords.plist", "local keywords");
+  writeFile(ardel() + "/WrenfoldKeywords.plist", list("local keywords"));
   seedOldFinderList();
   makeFolders(stubFolder());
   std::string old = readFile(finderList());
   writeFinderTags(3);
   MOUNT_OR_SKIP(syncDisk, sync(), 256 * 1024);
-  writeFile(sync() + "/WrenfoldKeywords.plist", "shared keywords");
+  writeFile(sync() + "/WrenfoldKeywords.plist", list("shared keywords"));
   if (!disk->makeReadOnly() || !syncDisk->makeReadOnly())
     GTEST_SKIP() << disk->reason() << syncDisk->reason();
 
@@ -182,7 +182,7 @@ TEST_F(DiskFaults, ReadOnlyFileSystemKeepsEveryFileAndTheHelperRuns) {
 
   s.emit("WrenfoldKeywordListWasSaved");
   EXPECT_TRUE(s.waitForLine("Problem removing old file: ", 10)) << s.stderrText();
-  EXPECT_EQ(readFile(sync() + "/WrenfoldKeywords.plist"), "shared keywords");
+  EXPECT_EQ(readFile(sync() + "/WrenfoldKeywords.plist"), list("shared keywords"));
 
   tag(path);
   ASSERT_TRUE(s.waitForFiles([&] { return imported(path); }, 30)) << s.stderrText();

@@ -11,9 +11,12 @@
 
 #include "platform/plist/Value.h"
 #include "support/Attributes.h"
+#include "support/ListFiles.h"
 #include "support/Messages.h"
 
 namespace wf::faults {
+
+using test::list;  // the list files that travel must be whole lists
 
 using test::wrenfoldMessage;
 

@@ -82,30 +82,30 @@ class PushFaults : public StoreFixture {
 TEST_F(PushFaults, FullDiskKeepsTheSharedCopyAndTheNextSaveStillPushes) {
   auto disk = std::make_unique<TmpfsMount>(sync(), 256 * 1024);
   if (!disk->mounted()) GTEST_SKIP() << "needs root for a small tmpfs: " << disk->reason();
-  writeFile(shared(), "shared keywords");
-  writeFile(local(), std::string(512 * 1024, 'k'));  // cannot fit
+  writeFile(shared(), list("shared keywords"));
+  writeFile(local(), list(std::string(512 * 1024, 'k')));  // cannot fit
   std::string filler = disk->fill();
   launch();
   s.emit("WrenfoldKeywordListWasSaved");
   ASSERT_TRUE(s.waitForLine("error ", 10)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   ASSERT_TRUE(s.waitForLine("couldn\u2019t be copied", 10)) << s.stderrText();
-  EXPECT_EQ(readFile(shared()), "shared keywords");
-  EXPECT_EQ(readFile(local()), std::string(512 * 1024, 'k'));
+  EXPECT_EQ(readFile(shared()), list("shared keywords"));
+  EXPECT_EQ(readFile(local()), list(std::string(512 * 1024, 'k')));
   EXPECT_TRUE(temporariesBelow(sync()).empty()) << temporariesBelow(sync()).front();
 
   // Once it fits, the next save replaces the copy: syncing goes on.
   fs::remove(filler);
-  writeFile(local(), "new keywords");
+  writeFile(local(), list("new keywords"));
   s.emit("WrenfoldKeywordListWasSaved");
   ASSERT_TRUE(s.waitForLine("copy success", 10)) << s.stderrText();
-  EXPECT_EQ(readFile(shared()), "new keywords");
+  EXPECT_EQ(readFile(shared()), list("new keywords"));
   EXPECT_EQ(s.countInStderr("Problem removing old file"), 0) << s.stderrText();
 }
 
 TEST_F(PushFaults, KilledBeforeTheCopyIsInPlaceKeepsTheSharedCopyAndTheNextLaunchClearsUp) {
-  writeFile(shared(), "shared keywords");
-  writeFile(local(), "new keywords");
+  writeFile(shared(), list("shared keywords"));
+  writeFile(local(), list("new keywords"));
   launch();
   KillAtCall killer(s.helperPid(), "rename,renameat,renameat2");
   if (!killer.started()) GTEST_SKIP() << "strace cannot be started: " << killer.reason();
@@ -114,7 +114,7 @@ TEST_F(PushFaults, KilledBeforeTheCopyIsInPlaceKeepsTheSharedCopyAndTheNextLaunc
   s.emit("WrenfoldKeywordListWasSaved");
   // Killed by the injected signal (GLib may report a traced child's status oddly).
   ASSERT_TRUE(s.waitForExit(20).has_value()) << s.stderrText();
-  EXPECT_EQ(readFile(shared()), "shared keywords");
+  EXPECT_EQ(readFile(shared()), list("shared keywords"));
 
   s.startHelper({"-WFlogSettingsSync", "YES"});
   ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
@@ -122,11 +122,11 @@ TEST_F(PushFaults, KilledBeforeTheCopyIsInPlaceKeepsTheSharedCopyAndTheNextLaunc
       << temporariesBelow(sync()).front();
   s.emit("WrenfoldKeywordListWasSaved");
   ASSERT_TRUE(s.waitForLine("copy success", 10)) << s.stderrText();
-  EXPECT_EQ(readFile(shared()), "new keywords");
+  EXPECT_EQ(readFile(shared()), list("new keywords"));
 }
 
 TEST_F(PushFaults, AMissingLocalListStillRemovesTheSharedCopy) {
-  writeFile(shared(), "shared keywords");
+  writeFile(shared(), list("shared keywords"));
   fs::remove(local());
   launch();
   s.emit("WrenfoldKeywordListWasSaved");

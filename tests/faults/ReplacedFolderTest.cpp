@@ -26,7 +26,7 @@ class ReplacedFolder : public StoreFixture {
   std::string otherSyncFolder(const std::string& name) {
     std::string other = s.home() + "/" + name;
     makeFolders(other);
-    writeFile(other + "/WrenfoldKeywords.plist", "local keywords");
+    writeFile(other + "/WrenfoldKeywords.plist", list("local keywords"));
     return other;
   }
   void launchWatchingSync() {
@@ -37,10 +37,10 @@ class ReplacedFolder : public StoreFixture {
   // Another computer edits the list in `folder`: the plug-in is told.
   void expectEditSeenIn(const std::string& folder) {
     ASSERT_TRUE(s.roundTrip()) << s.stderrText();
-    writeFile(folder + "/WrenfoldKeywords.plist", "keywords from the other computer");
+    writeFile(folder + "/WrenfoldKeywords.plist", list("keywords from the other computer"));
     EXPECT_TRUE(s.waitForSignal("WrenfoldHelperDidUpdateKeywordsFile", 1, 20))
         << s.stderrText().substr(0, 20000);
-    EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), "local keywords");
+    EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), list("local keywords"));
     EXPECT_TRUE(temporariesBelow(s.home()).empty());
     EXPECT_TRUE(s.helperRunning()) << s.stderrText();
   }
@@ -54,7 +54,7 @@ TEST_F(ReplacedFolder, SyncFolderMovedAwayAndReplacedByALinkIsWatchedThroughTheL
   fs::create_directory_symlink(other, sync());
   expectEditSeenIn(other);
   // What was moved away is not the sync folder any more.
-  EXPECT_EQ(readFile(s.home() + "/sync-real/WrenfoldKeywords.plist"), "shared keywords");
+  EXPECT_EQ(readFile(s.home() + "/sync-real/WrenfoldKeywords.plist"), list("shared keywords"));
 }
 
 TEST_F(ReplacedFolder, SyncFolderSwappedWithAnotherFolderIsWatchedInItsNewContents) {
@@ -64,7 +64,7 @@ TEST_F(ReplacedFolder, SyncFolderSwappedWithAnotherFolderIsWatchedInItsNewConten
   // One rename that exchanges the two folders: no moment without a folder.
   ASSERT_EQ(renameat2(AT_FDCWD, other.c_str(), AT_FDCWD, sync().c_str(), RENAME_EXCHANGE), 0)
       << "renameat2: " << strerror(errno);
-  EXPECT_EQ(readFile(other + "/WrenfoldKeywords.plist"), "shared keywords");
+  EXPECT_EQ(readFile(other + "/WrenfoldKeywords.plist"), list("shared keywords"));
   expectEditSeenIn(sync());
 }
 

@@ -33,7 +33,7 @@ TEST_F(SignalBurst, AThousandPreferenceNoticesInASecondAreAllHandled) {
 TEST_F(SignalBurst, NoticesWhileTheSyncFolderKeepsMovingLeaveTheLastFolderWatched) {
   std::string other = s.home() + "/sync-two";
   makeFolders(other);
-  test::writeFile(other + "/WrenfoldKeywords.plist", "shared keywords");
+  test::writeFile(other + "/WrenfoldKeywords.plist", list("shared keywords"));
   launch();
   int watches = inotifyWatchCount(s.helperPid());
   std::string before = inotifyWatches(s.helperPid());
@@ -57,12 +57,12 @@ TEST_F(SignalBurst, NoticesWhileTheSyncFolderKeepsMovingLeaveTheLastFolderWatche
       << ", starts: " << s.countInStderr("Successfully set up SyncFolder Listener")
       << ", stops: " << s.countInStderr("stopSyncFolderWatcher");
   s.watch("WrenfoldHelperDidUpdateKeywordsFile");
-  test::writeFile(other + "/WrenfoldKeywords.plist", "not watched any more");
-  test::writeFile(sync() + "/WrenfoldKeywords.plist", "keywords from the other computer");
+  test::writeFile(other + "/WrenfoldKeywords.plist", list("not watched any more"));
+  test::writeFile(sync() + "/WrenfoldKeywords.plist", list("keywords from the other computer"));
   EXPECT_TRUE(s.waitForSignal("WrenfoldHelperDidUpdateKeywordsFile", 1, 20)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_EQ(s.count("WrenfoldHelperDidUpdateKeywordsFile"), 1);
-  EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), "local keywords");
+  EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), list("local keywords"));
   EXPECT_TRUE(temporariesBelow(s.home()).empty());
   EXPECT_TRUE(s.helperRunning());
 }

@@ -62,7 +62,7 @@ class Soak : public StoreFixture {
     g_dbus_connection_flush_sync(s.bus(), nullptr, nullptr);
   }
   void syncChanges(int round) {
-    writeFile(sync() + "/WrenfoldKeywords.plist", "edit " + std::to_string(round));
+    writeFile(sync() + "/WrenfoldKeywords.plist", list("edit " + std::to_string(round)));
     for (int i = 0; i < 200; ++i) writeFile(sync() + "/scratch" + std::to_string(i), "x");
     for (int i = 0; i < 200; ++i) unlink((sync() + "/scratch" + std::to_string(i)).c_str());
   }
@@ -148,7 +148,7 @@ TEST_F(Soak, MemoryAndDescriptorsStayBoundedThroughTwoMinutesOfEverything) {
     EXPECT_TRUE(rssBack) << rss.text();
     EXPECT_LE(rss.peak, kPeakKiB) << rss.text();
   }
-  EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), "local keywords");
+  EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), list("local keywords"));
   EXPECT_TRUE(temporariesBelow(s.home()).empty());
   EXPECT_TRUE(s.helperRunning()) << s.stderrText().substr(0, 4000);
 }

@@ -21,7 +21,7 @@ using test::writeFile;
 class StoreFaults : public StoreFixture {
  protected:
   void expectNothingLost() {
-    EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), "local keywords");
+    EXPECT_EQ(readFile(ardel() + "/WrenfoldKeywords.plist"), list("local keywords"));
     EXPECT_TRUE(temporariesBelow(s.home()).empty()) << temporariesBelow(s.home()).front();
     EXPECT_TRUE(s.helperRunning()) << s.stderrText();
   }
@@ -41,7 +41,7 @@ TEST_F(StoreFaults, SyncFolderDeletedWhileWatchedIsMadeAgainAndWatchedAgain) {
   // The next change notice applies the settings, which make the folder anew.
   ASSERT_TRUE(s.roundTrip()) << s.stderrText();
   ASSERT_TRUE(s.waitForFiles([&] { return exists(sync()); }, 10)) << s.stderrText();
-  writeFile(sync() + "/WrenfoldKeywords.plist", "keywords from the other computer");
+  writeFile(sync() + "/WrenfoldKeywords.plist", list("keywords from the other computer"));
   EXPECT_TRUE(s.waitForSignal("WrenfoldHelperDidUpdateKeywordsFile", 1, 20)) << s.stderrText();
   expectNothingLost();
 }
@@ -68,12 +68,12 @@ TEST_F(StoreFaults, UnreadableSyncFolderIsReportedAndWatchedOnceReadableAgain) {
   s.emit("WrenfoldKeywordListWasSaved");
   EXPECT_TRUE(s.waitForLine("Problem removing old file: ", 10)) << s.stderrText();
   ASSERT_EQ(chmod(sync().c_str(), 0755), 0);
-  EXPECT_EQ(readFile(sync() + "/WrenfoldKeywords.plist"), "shared keywords");
+  EXPECT_EQ(readFile(sync() + "/WrenfoldKeywords.plist"), list("shared keywords"));
 
   s.watch("WrenfoldHelperDidUpdateKeywordsFile");
   ASSERT_TRUE(s.roundTrip());
   ASSERT_TRUE(s.waitForLine("Successfully set up SyncFolder Listener", 10)) << s.stderrText();
-  writeFile(sync() + "/WrenfoldKeywords.plist", "keywords from the other computer");
+  writeFile(sync() + "/WrenfoldKeywords.plist", list("keywords from the other computer"));
   EXPECT_TRUE(s.waitForSignal("WrenfoldHelperDidUpdateKeywordsFile", 1, 20)) << s.stderrText();
   expectNothingLost();
 }

@@ -24,8 +24,8 @@ class StoreFixture : public ::testing::Test {
     makeFolders(mailbox());
     makeFolders(sync());
     makeFolders(ardel());
-    test::writeFile(ardel() + "/WrenfoldKeywords.plist", "local keywords");
-    test::writeFile(sync() + "/WrenfoldKeywords.plist", "shared keywords");
+    test::writeFile(ardel() + "/WrenfoldKeywords.plist", list("local keywords"));
+    test::writeFile(sync() + "/WrenfoldKeywords.plist", list("shared keywords"));
     s.writePreferences({{"settingsSyncMethod", Value(2)},
                         {"syncFolderPath", Value(sync())},
                         {"recognizeOpenMetaTags", Value(true)}});

@@ -75,10 +75,10 @@ TEST_F(SyncFileExchangeTest, AFolderThatCannotBeMadeIsLoggedWithItsError) {
 // ---- pushing -------------------------------------------------------------------
 
 TEST_F(SyncFileExchangeTest, APushReplacesTheSyncCopyWithTheLocalFile) {
-  seed("new list", "old list");
+  seed(list("new list"), list("old list"));
   EXPECT_TRUE(delegate->pushSyncFile(kKeywords));
-  EXPECT_EQ(readFile(syncFile(kKeywords)), "new list");
-  EXPECT_EQ(readFile(localFile(kKeywords)), "new list");
+  EXPECT_EQ(readFile(syncFile(kKeywords)), list("new list"));
+  EXPECT_EQ(readFile(localFile(kKeywords)), list("new list"));
   EXPECT_EQ(keyed("pushSyncFile", format("copy %@ to %@", FileURL{localFile(kKeywords)},
                                          FileURL{syncFile(kKeywords)})),
             1u);
@@ -128,10 +128,10 @@ TEST_F(SyncFileExchangeTest, TheFirstPushMakesTheFolderWithItsParents) {
 }
 
 TEST_F(SyncFileExchangeTest, ASyncPathWithATrailingSlashStillPushes) {
-  seed("new", "old");
+  seed(list("new"), list("old"));
   setPreference("syncFolderPath", sync + "/");
   EXPECT_TRUE(delegate->pushSyncFile(kKeywords));
-  EXPECT_EQ(readFile(syncFile(kKeywords)), "new");
+  EXPECT_EQ(readFile(syncFile(kKeywords)), list("new"));
 }
 
 TEST_F(SyncFileExchangeTest, EachHandlerPushesItsOwnList) {
@@ -146,13 +146,13 @@ TEST_F(SyncFileExchangeTest, EachHandlerPushesItsOwnList) {
       {&WFHelperAppDelegate::smartMailboxesDidChange, "WrenfoldSmartMailboxes.plist"}};
   ASSERT_TRUE(delegate->activeSyncFolderPathCreateIfNecessary(true));
   for (const Row& row : rows) {
-    writeFile(localFile(row.file), "local " + row.file);
-    writeFile(syncFile(row.file), "old");
+    writeFile(localFile(row.file), list("local " + row.file));
+    writeFile(syncFile(row.file), list("old"));
   }
   for (const Row& row : rows) {
     platform::Notification n{"anything", {}};
     (delegate.get()->*row.handler)(&n);
-    EXPECT_EQ(readFile(syncFile(row.file)), "local " + row.file);
+    EXPECT_EQ(readFile(syncFile(row.file)), list("local " + row.file));
   }
   EXPECT_EQ(keyed("keywordsDidChange", "keywords did Change Notification"), 1u);
   EXPECT_EQ(keyed("smartMailboxesDidChange", "SMBs did Change 2"), 1u);
@@ -197,7 +197,7 @@ TEST_F(SyncFileExchangeTest, WithSyncingOffASavedListIsNotPushedButTheCountsAreL
 }
 
 TEST_F(SyncFileExchangeTest, KeyedLinesNeedTheirLogKey) {
-  seed("new", "old");
+  seed(list("new"), list("old"));
   setPreference("logSettingsSync", "NO");
   EXPECT_TRUE(delegate->pushSyncFile(kKeywords));
   EXPECT_EQ(keyedLines(), 0u);
@@ -242,14 +242,14 @@ TEST_F(SyncFileExchangeTest, AChangedCopyWithEqualBytesPostsNothing) {
 }
 
 TEST_F(SyncFileExchangeTest, AChangedCopyWithOtherBytesPostsOncePerReportedPath) {
-  seed("local", "from the other computer");
+  seed(list("local"), list("from the other computer"));
   delegate->syncFilesDidChange({syncFile(kKeywords)});
   EXPECT_EQ(platform.notifications.posted,
             (std::vector<std::string>{"WrenfoldHelperDidUpdateKeywordsFile"}));
   delegate->syncFilesDidChange({syncFile(kKeywords), syncFile(kKeywords), syncFile(kKeywords)});
   EXPECT_EQ(posts("WrenfoldHelperDidUpdateKeywordsFile"), 4u);
   // The helper takes nothing over: the local file is the plug-in's to replace.
-  EXPECT_EQ(readFile(localFile(kKeywords)), "local");
+  EXPECT_EQ(readFile(localFile(kKeywords)), list("local"));
 }
 
 TEST_F(SyncFileExchangeTest, EachListFileHasItsNotification) {
@@ -261,7 +261,7 @@ TEST_F(SyncFileExchangeTest, EachListFileHasItsNotification) {
       {"WrenfoldSmartMailboxes.plist", "WrenfoldHelperDidUpdateSmartMailboxesFile"}};
   std::vector<std::string> paths, expected;
   for (const auto& [file, notification] : table) {
-    writeFile(syncFile(file), "changed elsewhere");
+    writeFile(syncFile(file), list("changed elsewhere"));
     paths.push_back(syncFile(file));
     expected.push_back(notification);
   }

@@ -9,6 +9,7 @@
 
 #include "app/WFHelperAppDelegate.h"
 #include "support/Fakes.h"
+#include "support/ListFiles.h"
 
 namespace wf::test {
 

@@ -122,8 +122,8 @@ TEST_F(SyncFolderWatcherTest, AStreamThatCannotStartIsDiscarded) {
 
 TEST_F(SyncFolderWatcherTest, TheCallbackHandsThePathsToTheDelegate) {
   ASSERT_TRUE(delegate->startSyncFolderWatcher());
-  writeFile(localFile("WrenfoldKeywords.plist"), "local");
-  writeFile(syncFile("WrenfoldKeywords.plist"), "remote");
+  writeFile(localFile("WrenfoldKeywords.plist"), list("local"));
+  writeFile(syncFile("WrenfoldKeywords.plist"), list("remote"));
   streams().streams[0]->fire({syncFile("WrenfoldKeywords.plist"), syncFile("other")});
   EXPECT_EQ(keyedFree("fseventsSyncFolder_callback", "Sync Folder Item did Change calledBack"), 1u);
   EXPECT_EQ(platform.notifications.posted,
@@ -163,15 +163,15 @@ class RealSyncFolderWatcherTest : public SyncTest {
 
 TEST_F(RealSyncFolderWatcherTest, TheHelpersOwnPushProducesNoCallback) {
   ASSERT_TRUE(delegate->startSyncFolderWatcher());
-  writeFile(localFile("WrenfoldKeywords.plist"), "saved by the plug-in");
-  writeFile(syncFile("WrenfoldKeywords.plist"), "older");
+  writeFile(localFile("WrenfoldKeywords.plist"), list("saved by the plug-in"));
+  writeFile(syncFile("WrenfoldKeywords.plist"), list("older"));
   // Let the stream take up the seeding writes first.
   ASSERT_TRUE(runUntil([&] { return callbacks() == 1; }, 5));
   platform.notifications.posted.clear();
   platform.log.lines.clear();
 
   delegate->keywordsDidChange(nullptr);
-  ASSERT_EQ(readFile(syncFile("WrenfoldKeywords.plist")), "saved by the plug-in");
+  ASSERT_EQ(readFile(syncFile("WrenfoldKeywords.plist")), list("saved by the plug-in"));
   // Another program's write afterwards is the first thing delivered.
   foreignWriteSync("notes.txt", "x");
   ASSERT_TRUE(runUntil([&] { return callbacks() == 1; }, 5));
@@ -184,10 +184,10 @@ TEST_F(RealSyncFolderWatcherTest, TheHelpersOwnPushProducesNoCallback) {
 
 TEST_F(RealSyncFolderWatcherTest, ABurstOfSavesArrivesAsOneCallback) {
   ASSERT_TRUE(delegate->startSyncFolderWatcher());
-  writeFile(localFile("WrenfoldKeywords.plist"), "local");
-  foreignWriteSync("WrenfoldKeywords.plist", "remote 1");
-  foreignWriteSync("WrenfoldKeywords.plist", "remote 2");
-  foreignWriteSync("WrenfoldProjects.plist", "remote");
+  writeFile(localFile("WrenfoldKeywords.plist"), list("local"));
+  foreignWriteSync("WrenfoldKeywords.plist", list("remote 1"));
+  foreignWriteSync("WrenfoldKeywords.plist", list("remote 2"));
+  foreignWriteSync("WrenfoldProjects.plist", list("remote"));
   ASSERT_TRUE(runUntil([&] { return callbacks() == 1; }, 5));
   // Keywords created and written (the kernel merges the second write's
   // event into the first while both wait unread), projects created and
@@ -196,7 +196,7 @@ TEST_F(RealSyncFolderWatcherTest, ABurstOfSavesArrivesAsOneCallback) {
             (std::vector<std::string>{
                 "WrenfoldHelperDidUpdateKeywordsFile", "WrenfoldHelperDidUpdateKeywordsFile",
                 "WrenfoldHelperDidUpdateProjectFile", "WrenfoldHelperDidUpdateProjectFile"}));
-  EXPECT_EQ(readFile(localFile("WrenfoldKeywords.plist")), "local");
+  EXPECT_EQ(readFile(localFile("WrenfoldKeywords.plist")), list("local"));
 }
 
 TEST_F(RealSyncFolderWatcherTest,

@@ -251,6 +251,20 @@ bool FileManager::replaceItemAtPath(const std::string& dst, const std::string& s
   return copyReplacing(src, dst, error);
 }
 
+bool FileManager::replaceItemAtPathWithContents(const std::string& dst, const std::string& src,
+                                                std::string_view bytes, mode_t mode,
+                                                OptError* error) {
+  sys::AtomicWriteOptions options;
+  options.keepMetadata = false;
+  options.temporaryTag = "wfcopy-";
+  options.exactMode = mode & 07777;
+  platform::OwnChange own(dst);  // the temporary and the final name
+  auto written = sys::writeFileAtomically(dst, bytes, options);
+  if (written) return true;
+  setError(error, copyWriteError(src, dst, written.error().errnoValue()));
+  return false;
+}
+
 bool FileManager::contentsEqualAtPath(const std::string& a, const std::string& b) const {
   // Without blocking: a FIFO at either name is no file, so unequal.
   auto fa = sys::openRegularFile(a);

@@ -3,7 +3,10 @@
 // that event streams which leave out the process's own changes can do so.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
+#include <string_view>
 
 #include "platform/foundation/Error.h"
 
@@ -34,6 +37,11 @@ class FileManager {
   // Copies the regular file `src` to a temporary beside `dst` and renames it
   // over whatever is at `dst`. On failure `dst` stays as it was.
   bool replaceItemAtPath(const std::string& dst, const std::string& src, OptError* error = nullptr);
+  // The same with the bytes already read from `src` (whose permission bits
+  // are `mode`): what is written is exactly what the caller checked.
+  bool replaceItemAtPathWithContents(const std::string& dst, const std::string& src,
+                                     std::string_view bytes, mode_t mode,
+                                     OptError* error = nullptr);
   // contentsEqualAtPath:andPath: sizes first, then blocks; stops at the
   // first difference. A missing file is unequal to anything.
   bool contentsEqualAtPath(const std::string& a, const std::string& b) const;

@@ -18,6 +18,12 @@ constexpr double kWait = 20;
 const std::string kKeywords = "WrenfoldKeywords.plist";
 const std::string kUpdated = "WrenfoldHelperDidUpdateKeywordsFile";
 
+// A whole property list holding `text`: only whole lists travel.
+std::string list(const std::string& text) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<string>" + text +
+         "</string>\n</plist>\n";
+}
+
 std::string readAll(const std::string& path) {
   std::ifstream f(path, std::ios::binary);
   std::stringstream ss;
@@ -90,43 +96,43 @@ class SyncEndToEnd : public ::testing::Test {
 };
 
 TEST_F(SyncEndToEnd, ASavedListReplacesTheSyncCopy) {
-  writeInPlace(localFile(), "keywords saved here");
-  writeInPlace(syncFile(), "older keywords");
+  writeInPlace(localFile(), list("keywords saved here"));
+  writeInPlace(syncFile(), list("older keywords"));
   launch();
   Snapshot before = snapshot(localFile());
   s.emit("WrenfoldKeywordListWasSaved");
   ASSERT_TRUE(s.waitForLine("copy success", kWait)) << s.stderrText();
-  EXPECT_EQ(readAll(syncFile()), "keywords saved here");
+  EXPECT_EQ(readAll(syncFile()), list("keywords saved here"));
   EXPECT_TRUE(snapshot(localFile()) == before);
 }
 
 TEST_F(SyncEndToEnd, AChangeWrittenInPlaceIsAnnouncedOnce) {
-  writeInPlace(localFile(), "mine");
-  writeInPlace(syncFile(), "mine");
+  writeInPlace(localFile(), list("mine"));
+  writeInPlace(syncFile(), list("mine"));
   launch();
   s.watch(kUpdated);
-  writeInPlace(syncFile(), "changed on the other computer");
+  writeInPlace(syncFile(), list("changed on the other computer"));
   ASSERT_TRUE(s.waitForSignal(kUpdated, 1, 3.0)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_EQ(s.count(kUpdated), 1);
-  EXPECT_EQ(readAll(localFile()), "mine");
+  EXPECT_EQ(readAll(localFile()), list("mine"));
 }
 
 TEST_F(SyncEndToEnd, AChangeWrittenThenRenamedIsAnnouncedOnce) {
-  writeInPlace(localFile(), "mine");
-  writeInPlace(syncFile(), "mine");
+  writeInPlace(localFile(), list("mine"));
+  writeInPlace(syncFile(), list("mine"));
   launch();
   s.watch(kUpdated);
-  writeThenRename(syncFile(), "renamed into place by a sync client");
+  writeThenRename(syncFile(), list("renamed into place by a sync client"));
   ASSERT_TRUE(s.waitForSignal(kUpdated, 1, 3.0)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_EQ(s.count(kUpdated), 1);
-  EXPECT_EQ(readAll(localFile()), "mine");
+  EXPECT_EQ(readAll(localFile()), list("mine"));
 }
 
 TEST_F(SyncEndToEnd, TheHelpersOwnPushIsNoEvent) {
-  writeInPlace(localFile(), "new list");
-  writeInPlace(syncFile(), "old list");
+  writeInPlace(localFile(), list("new list"));
+  writeInPlace(syncFile(), list("old list"));
   launch();
   s.watch(kUpdated);
   s.emit("WrenfoldKeywordListWasSaved");
@@ -142,7 +148,7 @@ TEST_F(SyncEndToEnd, TheHelpersOwnPushIsNoEvent) {
 }
 
 TEST_F(SyncEndToEnd, ANewSyncFolderMovesTheWatcher) {
-  writeInPlace(localFile(), "mine");
+  writeInPlace(localFile(), list("mine"));
   launch();
   std::string moved = s.home() + "/Elsewhere/Sync";
   s.writePreferences(preferences(moved));
@@ -158,8 +164,8 @@ TEST_F(SyncEndToEnd, ANewSyncFolderMovesTheWatcher) {
   EXPECT_EQ(s.countInStderr("stopSyncFolderWatcher \n"), 1);
 
   s.watch(kUpdated);
-  writeInPlace(syncFile(), "in the old folder");        // no longer watched
-  writeInPlace(moved + "/" + kKeywords, "in the new");  // watched
+  writeInPlace(syncFile(), list("in the old folder"));        // no longer watched
+  writeInPlace(moved + "/" + kKeywords, list("in the new"));  // watched
   // Created, then written: one post per path. On a loaded machine the two
   // events may fall into two callbacks, so wait for both posts.
   ASSERT_TRUE(s.waitForSignal(kUpdated, 2, 4.0)) << s.stderrText();
@@ -169,8 +175,8 @@ TEST_F(SyncEndToEnd, ANewSyncFolderMovesTheWatcher) {
 }
 
 TEST_F(SyncEndToEnd, ASyncFolderDeletedWhileWatchedCostsNothing) {
-  writeInPlace(localFile(), "mine");
-  writeInPlace(syncFile(), "theirs");
+  writeInPlace(localFile(), list("mine"));
+  writeInPlace(syncFile(), list("theirs"));
   launch();
   Snapshot before = snapshot(localFile());
   ASSERT_EQ(std::system(("rm -rf '" + sync + "'").c_str()), 0);
@@ -186,7 +192,7 @@ TEST_F(SyncEndToEnd, ASyncFolderDeletedWhileWatchedCostsNothing) {
   EXPECT_NE(stat(syncFile().c_str(), &st), 0);
   // The folder is back, and watched again.
   s.watch(kUpdated);
-  writeInPlace(syncFile(), "theirs, seeded again");
+  writeInPlace(syncFile(), list("theirs, seeded again"));
   ASSERT_TRUE(s.waitForSignal(kUpdated, 1, 3.0)) << s.stderrText();
   EXPECT_TRUE(snapshot(localFile()) == before);
   EXPECT_TRUE(s.helperRunning());
@@ -196,7 +202,7 @@ TEST_F(SyncEndToEnd, ASyncPathThatIsAFileIsReportedAndLeftAlone) {
   std::string plain = s.home() + "/plain";
   writeInPlace(plain, "not a folder");
   s.writePreferences(preferences(plain));
-  writeInPlace(localFile(), "mine");
+  writeInPlace(localFile(), list("mine"));
   s.startHelper();
   ASSERT_TRUE(s.waitForLaunch()) << s.stderrText();
   std::string message = "File existing at SyncFolderPath is not directory! <Path: " + plain + "\n";
@@ -206,14 +212,14 @@ TEST_F(SyncEndToEnd, ASyncPathThatIsAFileIsReportedAndLeftAlone) {
   ASSERT_TRUE(s.waitForLine(message, kWait, seen + 1)) << s.stderrText();
   ASSERT_TRUE(s.roundTrip());
   EXPECT_EQ(readAll(plain), "not a folder");
-  EXPECT_EQ(readAll(localFile()), "mine");
+  EXPECT_EQ(readAll(localFile()), list("mine"));
   EXPECT_EQ(s.countInStderr("copy success"), 0);
   EXPECT_TRUE(s.helperRunning());
 }
 
 TEST_F(SyncEndToEnd, AnUnwritableSyncFolderKeepsItsCopy) {
-  writeInPlace(localFile(), "mine, newer");
-  writeInPlace(syncFile(), "theirs");
+  writeInPlace(localFile(), list("mine, newer"));
+  writeInPlace(syncFile(), list("theirs"));
   // Root writes anywhere; an immutable folder refuses even root.
   bool immutable = false;
   if (geteuid() == 0) {
@@ -233,7 +239,7 @@ TEST_F(SyncEndToEnd, AnUnwritableSyncFolderKeepsItsCopy) {
   ASSERT_TRUE(logged) << log;
   EXPECT_NE(log.find("\n\tError: Error Domain=NSCocoaErrorDomain Code=513 "), std::string::npos)
       << log;
-  EXPECT_EQ(copy, "theirs");
+  EXPECT_EQ(copy, list("theirs"));
   EXPECT_TRUE(snapshot(localFile()) == before);
   EXPECT_TRUE(s.helperRunning());
 }
@@ -243,15 +249,15 @@ TEST_F(SyncEndToEnd, AnUnwritableSyncFolderKeepsItsCopy) {
 TEST_F(SyncEndToEnd, LocalListFilesAreNeverModified) {
   const char* lists[] = {"WrenfoldKeywords.plist", "WrenfoldProjects.plist",
                          "WrenfoldInboxRules.plist", "WrenfoldSmartMailboxes.plist"};
-  for (const char* name : lists) writeInPlace(localFile(name), std::string("local ") + name);
-  writeInPlace(syncFile("WrenfoldProjects.plist"), "shared projects");
+  for (const char* name : lists) writeInPlace(localFile(name), list(std::string("local ") + name));
+  writeInPlace(syncFile("WrenfoldProjects.plist"), list("shared projects"));
   launch();
   std::vector<Snapshot> before;
   for (const char* name : lists) before.push_back(snapshot(localFile(name)));
 
   s.watch(kUpdated);
-  for (const char* name : lists) writeInPlace(syncFile(name), std::string("remote ") + name);
-  writeThenRename(syncFile(), "remote again");
+  for (const char* name : lists) writeInPlace(syncFile(name), list(std::string("remote ") + name));
+  writeThenRename(syncFile(), list("remote again"));
   ASSERT_EQ(unlink(syncFile("WrenfoldInboxRules.plist").c_str()), 0);
   ASSERT_TRUE(makeFolders(sync + "/sub"));
   writeInPlace(sync + "/sub/" + kKeywords, "nested");
