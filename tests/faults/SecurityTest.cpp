@@ -153,7 +153,7 @@ TEST(SymbolicLinks, ASyncPushReplacesALinkAndLeavesItsTargetAlone) {
   faults::makeFolders(p.environment.home + "/outside");
   faults::makeFolders(p.library() + "/Mail/Ardel");
   writeFile(p.environment.home + "/outside/victim", "victim bytes");
-  writeFile(p.library() + "/Mail/Ardel/WrenfoldKeywords.plist", "new list");
+  writeFile(p.library() + "/Mail/Ardel/WrenfoldKeywords.plist", test::list("new list"));
   ASSERT_EQ(symlink((p.environment.home + "/outside/victim").c_str(),
                     (sync + "/WrenfoldKeywords.plist").c_str()),
             0);
@@ -162,7 +162,7 @@ TEST(SymbolicLinks, ASyncPushReplacesALinkAndLeavesItsTargetAlone) {
   EXPECT_TRUE(d.pushSyncFile("WrenfoldKeywords.plist"));
   EXPECT_EQ(readFile(p.environment.home + "/outside/victim"), "victim bytes");
   EXPECT_FALSE(isLink(sync + "/WrenfoldKeywords.plist"));
-  EXPECT_EQ(readFile(sync + "/WrenfoldKeywords.plist"), "new list");
+  EXPECT_EQ(readFile(sync + "/WrenfoldKeywords.plist"), test::list("new list"));
 }
 
 TEST(SymbolicLinks, AListFileWriteReplacesALinkAndLeavesItsTargetAlone) {

@@ -1,6 +1,8 @@
 #include "platform/linux/SystemLog.h"
 
 #include <fcntl.h>
+#include <glib-unix.h>
+#include <glib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -8,6 +10,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -56,7 +59,11 @@ SystemLog::SystemLog() : journal_(streamIsJournal(STDERR_FILENO)) {
   }
 }
 
-SystemLog::~SystemLog() = default;
+SystemLog::~SystemLog() {
+  if (flushSource_) g_source_remove(flushSource_);
+  // Whatever the reader takes now; the rest is lost with the process.
+  flushBacklog();
+}
 
 std::string stderrRecord(const std::string& message) {
   timeval tv;
@@ -149,24 +156,70 @@ SystemLog::Outcome SystemLog::writeToJournal(const std::string& message,
 }
 
 bool SystemLog::writeToStderr(const std::string& message) {
+  std::string record = stderrRecord(message);
+  // Records wait behind the backlog so that they stay in order; a reader
+  // that is slow for a moment (a test harness, a busy collector) loses
+  // nothing, one that never reads loses what exceeds the backlog.
+  if (!backlog_.empty()) flushBacklog();
+  if (!backlog_.empty()) {
+    if (backlog_.size() + record.size() > kBacklogLimit) return false;
+    backlog_ += record;
+    return true;
+  }
   // One write call per record, so that records of several processes sharing
   // a terminal or pipe do not interleave; a pipe takes a record of up to
   // PIPE_BUF bytes whole or not at all.
-  std::string record = stderrRecord(message);
-  const char* p = record.data();
-  std::size_t left = record.size();
-  while (left > 0) {
-    ssize_t n = stderrIsSocket_ ? send(stderrFd_, p, left, MSG_NOSIGNAL | MSG_DONTWAIT)
-                                : ::write(stderrFd_, p, left);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      // Would block, or nowhere to write: the rest of the record is lost.
+  std::size_t written = 0;
+  switch (writeSome(record.data(), record.size(), &written)) {
+    case Outcome::Written:
+      return true;
+    case Outcome::Failed:
       return false;
-    }
-    p += n;
-    left -= static_cast<std::size_t>(n);
+    case Outcome::WouldBlock:
+      break;
+  }
+  backlog_.assign(record, written, std::string::npos);
+  if (!flushSource_) {
+    flushSource_ = g_unix_fd_add(
+        stderrFd_, G_IO_OUT,
+        +[](gint, GIOCondition, gpointer self) -> gboolean {
+          auto* log = static_cast<SystemLog*>(self);
+          log->flushBacklog();
+          if (!log->backlog_.empty()) return G_SOURCE_CONTINUE;
+          log->flushSource_ = 0;
+          return G_SOURCE_REMOVE;
+        },
+        this);
   }
   return true;
+}
+
+SystemLog::Outcome SystemLog::writeSome(const char* p, std::size_t size, std::size_t* written) {
+  *written = 0;
+  while (*written < size) {
+    ssize_t n = stderrIsSocket_
+                    ? send(stderrFd_, p + *written, size - *written, MSG_NOSIGNAL | MSG_DONTWAIT)
+                    : ::write(stderrFd_, p + *written, size - *written);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return errno == EAGAIN || errno == EWOULDBLOCK ? Outcome::WouldBlock : Outcome::Failed;
+    }
+    *written += static_cast<std::size_t>(n);
+  }
+  return Outcome::Written;
+}
+
+void SystemLog::flushBacklog() {
+  if (backlog_.empty()) return;
+  std::size_t written = 0;
+  Outcome outcome = writeSome(backlog_.data(), backlog_.size(), &written);
+  if (outcome == Outcome::Failed) {
+    // Nowhere to write any more: what waited is lost.
+    dropped_ += static_cast<std::uint64_t>(std::count(backlog_.begin(), backlog_.end(), '\n'));
+    backlog_.clear();
+    return;
+  }
+  backlog_.erase(0, written);
 }
 
 void SystemLog::writeToSyslog(const std::string& message, LogPriority priority) {

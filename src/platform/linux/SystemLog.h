@@ -45,6 +45,8 @@ class SystemLog : public Log {
   bool writeRecord(const std::string& message);
   Outcome writeToJournal(const std::string& message, const LogRecordKind& kind);
   bool writeToStderr(const std::string& message);
+  Outcome writeSome(const char* p, std::size_t size, std::size_t* written);
+  void flushBacklog();
   void writeToSyslog(const std::string& message, LogPriority priority);
 
   bool journal_ = false;
@@ -56,6 +58,11 @@ class SystemLog : public Log {
   sys::UniqueFd ownStderr_;
   int stderrFd_ = 2;
   bool stderrIsSocket_ = false;
+  // Standard error's records that the reader has not taken yet, written
+  // out when it can take them; past the limit a record is dropped.
+  static constexpr std::size_t kBacklogLimit = std::size_t{1} << 20;
+  std::string backlog_;
+  unsigned flushSource_ = 0;
   std::uint64_t dropped_ = 0;
   std::uint64_t droppedReported_ = 0;
   std::deque<std::pair<double, std::string>> failures_;

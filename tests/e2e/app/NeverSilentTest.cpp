@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "support/Harness.h"
+#include "support/ListFiles.h"
 
 namespace wf::e2e {
 namespace {
@@ -94,10 +95,13 @@ TEST(NeverSilent, AStandardErrorNobodyReadsNeverStopsTheHelper) {
 
   // Each notice writes its always-written lines: far more than a pipe holds.
   for (int i = 0; i < 1500; ++i) s.emit("WrenfoldPreferencesDidChange");
-  writeFile(local + "/WrenfoldKeywords.plist", "saved after the flood");
+  writeFile(local + "/WrenfoldKeywords.plist", wf::test::list("saved after the flood"));
   s.emit("WrenfoldKeywordListWasSaved");
   EXPECT_TRUE(s.waitForFiles(
-      [&] { return readAll(sync + "/WrenfoldKeywords.plist") == "saved after the flood"; }, kWait))
+      [&] {
+        return readAll(sync + "/WrenfoldKeywords.plist") == wf::test::list("saved after the flood");
+      },
+      kWait))
       << "the save was not pushed";
 
   auto start = std::chrono::steady_clock::now();
