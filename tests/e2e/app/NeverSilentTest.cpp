@@ -13,6 +13,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/Fakes.h"
 #include "support/Harness.h"
 #include "support/ListFiles.h"
 
@@ -21,17 +22,9 @@ namespace {
 
 constexpr double kWait = 20;
 
-std::string readAll(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
-}
+using test::readFile;
 
-void writeFile(const std::string& path, const std::string& bytes) {
-  std::ofstream f(path, std::ios::binary | std::ios::trunc);
-  f << bytes;
-}
+using test::writeFile;
 
 TEST(NeverSilent, HangUpReadsTheSettingsAgainAndTheHelperCarriesOn) {
   Session s;
@@ -99,7 +92,8 @@ TEST(NeverSilent, AStandardErrorNobodyReadsNeverStopsTheHelper) {
   s.emit("WrenfoldKeywordListWasSaved");
   EXPECT_TRUE(s.waitForFiles(
       [&] {
-        return readAll(sync + "/WrenfoldKeywords.plist") == wf::test::list("saved after the flood");
+        return readFile(sync + "/WrenfoldKeywords.plist") ==
+               wf::test::list("saved after the flood");
       },
       kWait))
       << "the save was not pushed";

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "support/Copies.h"
+#include "support/Fakes.h"
 #include "support/Harness.h"
 
 namespace wf::e2e {
@@ -19,12 +20,7 @@ namespace {
 
 constexpr double kWait = 20;
 
-std::string readAll(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
-}
+using test::readFile;
 
 std::string shellQuoted(const std::string& s) { return "'" + s + "'"; }
 
@@ -35,7 +31,7 @@ bool statusHolds(Session& s, const std::string& check, std::string* shown = null
   std::string command = "DBUS_SESSION_BUS_ADDRESS=" + shellQuoted(s.busAddress()) + " " +
                         shellQuoted(helperBinary()) + " --status --json > " + shellQuoted(out);
   if (std::system(command.c_str()) != 0) return false;
-  if (shown) *shown = readAll(out);
+  if (shown) *shown = readFile(out);
   std::string script = s.home() + "/check.py";
   std::ofstream(script) << "import json, sys\nd = json.load(open(sys.argv[1]))\n"
                         << "sys.exit(0 if (" << check << ") else 1)\n";
