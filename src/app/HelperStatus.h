@@ -71,9 +71,6 @@ struct IntervalRunStatus {
   double lastRun = 0;
   double nextRun = 0;
   std::map<std::string, SourceRunStatus> sources;  // "OmniFocus", "Things 3", "Finder tags", …
-  // Writes of list files during the source now running: how it ended.
-  int listWrites = 0;
-  int failedListWrites = 0;
 };
 
 // A preference the helper acts on, as last applied, and where it came from:

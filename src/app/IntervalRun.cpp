@@ -1,6 +1,7 @@
 // The interval run and the watch on Mail: a chain of one-shot delayed calls,
 // 30 seconds apart while Mail runs and 300 while it does not.
 #include "app/WFHelperAppDelegate.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace wf {
 namespace {
@@ -43,7 +44,7 @@ void WFHelperAppDelegate::mailDidTerminate(const platform::Notification& notific
   // The pending run keeps its delay; the new interval applies from the next.
   runInterval_ = isMailRunning() ? 30 : 300;
   // A helper that is not meant to run at login lives only as long as Mail.
-  if (!defaultForKey("launchWrenfoldHelperAtLogin").boolValue()) services_.loop->terminate();
+  if (!defaultForKey(kLaunchAtLogin).boolValue()) services_.loop->terminate();
 }
 
 }  // namespace wf

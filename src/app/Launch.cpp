@@ -3,8 +3,10 @@
 // come before the interval run, the observers last).
 #include "app/LoginItems.h"
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
+#include "prefs/PreferenceKeys.h"
 #include "sync/SyncListFiles.h"
 
 namespace wf {
@@ -73,8 +75,8 @@ void WFHelperAppDelegate::applicationDidFinishLaunching() {
   preferencesDidChange(nullptr);
 
   // 7. Project scanning, the interval run and the watch on Mail.
-  if (!services_.defaults->boolForKey("disableExternalProjectScanning")) {
-    WFLogKeyed("logExternalProjects", "External Project Scanning Enabled");
+  if (!services_.defaults->boolForKey(kDisableExternalProjectScanning)) {
+    WFLogKeyed(kLogExternalProjects, "External Project Scanning Enabled");
     runInterval_ = isMailRunning() ? 30 : 300;
     services_.workspace->addLaunchObserver(
         [this](const platform::Notification& n) { mailDidLaunch(n); });

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "platform/LoginItems.h"
 
 namespace wf {
@@ -44,18 +45,18 @@ bool addWrenfoldHelperToLoginItems() {
     if (*item.resolvedPath == context->bundlePath) {
       alreadyPresent = true;
     } else if (item.bundleIdentifier && *item.bundleIdentifier == context->bundleIdentifier) {
-      WFLogKeyedFree("loginItems",
+      WFLogKeyedFree(kLogLoginItems,
                      "Removing extraneous WrenfoldHelper From LoginItems (found item with same "
                      "identifier)");
       context->list->remove(item);
     }
   }
-  WFLogKeyedFree("loginItems", "Found items: %@", Value(std::move(descriptions)));
+  WFLogKeyedFree(kLogLoginItems, "Found items: %@", Value(std::move(descriptions)));
   if (alreadyPresent) {
-    WFLogKeyedFree("loginItems", "Not changing LoginItems");
+    WFLogKeyedFree(kLogLoginItems, "Not changing LoginItems");
     return false;
   }
-  WFLogKeyedFree("loginItems", "Adding WrenfoldHelper To LoginItems");
+  WFLogKeyedFree(kLogLoginItems, "Adding WrenfoldHelper To LoginItems");
   return context->list->insertLast("Wrenfold Helper", context->bundlePath,
                                    context->bundleIdentifier);
 }
@@ -68,12 +69,12 @@ bool removeWrenfoldHelperFromLoginItems() {
   for (auto it = items.rbegin(); it != items.rend(); ++it) {
     if (!it->resolvedPath) continue;
     if (*it->resolvedPath == context->bundlePath) {
-      WFLogKeyedFree("loginItems",
+      WFLogKeyedFree(kLogLoginItems,
                      "Removing WrenfoldHelper From LoginItems (found item with same path)");
       context->list->remove(*it);
       removed = true;
     } else if (it->bundleIdentifier && *it->bundleIdentifier == context->bundleIdentifier) {
-      WFLogKeyedFree("loginItems",
+      WFLogKeyedFree(kLogLoginItems,
                      "Removing WrenfoldHelper From LoginItems (found item with same identifier)");
       context->list->remove(*it);
       removed = true;

@@ -3,6 +3,8 @@
 #include <cstring>
 
 #include "app/WFHelperAppDelegate.h"
+#include "prefs/PreferenceKeys.h"
+#include "projects/ListFile.h"
 
 namespace wf {
 namespace {
@@ -43,7 +45,7 @@ void WFHelperAppDelegate::noteWatcherOutcome(FolderWatchStatus& status, const st
 
 void WFHelperAppDelegate::retryStoppedWatchers() {
   if (mailStoreStatus.watch == "off" && !mailStoreStatus.reason.empty() &&
-      !services_.defaults->boolForKey("disableOpenMetaScanning")) {
+      !services_.defaults->boolForKey(kDisableOpenMetaScanning)) {
     // A stream that never started kept the watcher counted as present; it
     // is given up here for a new try.
     _openMetaStreamRef.reset();
@@ -59,8 +61,8 @@ void WFHelperAppDelegate::notePreferencesApplied() {
   const Dictionary& arguments = services_.defaults->argumentDomain();
   Value file = cachedDefaults();
   preferences.clear();
-  for (const char* key : {"settingsSyncMethod", "syncFolderPath", "launchWrenfoldHelperAtLogin",
-                          "recognizeOpenMetaTags"}) {
+  for (const char* key :
+       {kSettingsSyncMethod, kSyncFolderPath, kLaunchAtLogin, kRecognizeOpenMetaTags}) {
     PreferenceStatus p{key, shown(defaultForKey(key)), "absent"};
     if (arguments.count(std::string("WF") + key))
       p.source = "command line";
@@ -68,7 +70,7 @@ void WFHelperAppDelegate::notePreferencesApplied() {
       p.source = "plug-in file";
     preferences.push_back(std::move(p));
   }
-  for (const char* key : {"disableOpenMetaScanning", "disableExternalProjectScanning"}) {
+  for (const char* key : {kDisableOpenMetaScanning, kDisableExternalProjectScanning}) {
     Value value = services_.defaults->objectForKey(key);
     PreferenceStatus p{key, shown(value), "absent"};
     if (arguments.count(key))
@@ -85,19 +87,16 @@ void WFHelperAppDelegate::noteImportRefused(const std::string& reason) {
   if (mailStoreStatus.lastRefusedReasons.size() > 5) mailStoreStatus.lastRefusedReasons.pop_front();
 }
 
-void WFHelperAppDelegate::beginSourceRun() {
-  intervalStatus.listWrites = 0;
-  intervalStatus.failedListWrites = 0;
-}
+void WFHelperAppDelegate::beginSourceRun() { listWriteTally() = ListWriteTally{}; }
 
 void WFHelperAppDelegate::endSourceRun(const std::string& source, const std::string& failure) {
   SourceRunStatus& s = intervalStatus.sources[source];
   s.time = services_.clock->now();
   if (!failure.empty())
     s.outcome = "failed: " + failure;
-  else if (intervalStatus.failedListWrites > 0)
+  else if (listWriteTally().failed > 0)
     s.outcome = "failed: the list file could not be written";
-  else if (intervalStatus.listWrites > 0)
+  else if (listWriteTally().written > 0)
     s.outcome = "written";
   else
     s.outcome = "unchanged";

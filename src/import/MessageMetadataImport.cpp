@@ -9,19 +9,20 @@
 #include "app/WFHelperAppDelegate.h"
 #include "import/EmlxTrailer.h"
 #include "import/ImportRecord.h"
+#include "import/OpenMetaFolderWatcher.h"
 #include "import/StringCompare.h"
 #include "openmeta/OpenMeta.h"
 #include "paths/Paths.h"
+#include "platform/LogKeys.h"
 #include "platform/Spotlight.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
 #include "platform/plist/PropertyList.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace wf {
 
 namespace {
-
-constexpr const char* kTimeStampKey = "kMDItemWrenfoldTimeStamp";
 
 // The first of `names` present in the attributes, else nil.
 Value firstPresent(const Value& attributes, std::initializer_list<std::string_view> names) {
@@ -134,14 +135,14 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
   Value tagTime =
       firstPresent(existingAttributes, {"kMDItemOMUserTagTime", ":EA:kMDItemOMUserTagTime"});
   long order = compareTimes(tagTime, stamp);
-  WFLogKeyed("logOpenMeta", "OpenMeta Importing... TimeStamps OM: %@ WF: %@ order: %ld (%ld)",
+  WFLogKeyed(kLogOpenMeta, "OpenMeta Importing... TimeStamps OM: %@ WF: %@ order: %ld (%ld)",
              tagTime, stamp, order, 1L);
 
   Value tags = firstPresent(existingAttributes, {"kMDItemOMUserTags", "kOMUserTags",
                                                  ":EA:kMDItemOMUserTags", ":EA:kOMUserTags"});
   if (tags.isNil()) tags = Value(Array{});
 
-  if (defaultForKey("recognizeOpenMetaTags").boolValue() && !tagTime.isNil() && order == 1) {
+  if (defaultForKey(kRecognizeOpenMetaTags).boolValue() && !tagTime.isNil() && order == 1) {
     // Another application tagged the message: the plug-in applies the
     // tags itself, from the stub.
     std::string libraryID = ns::stringByDeletingPathExtension(ns::lastPathComponent(path));
@@ -155,7 +156,7 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
       stubPath = Value(ns::stringByAppendingPathComponent(*folder, libraryID));
       if (isSafeStubName(libraryID)) plist::writeToFile(stub, stubPath.asString(), false);
     }
-    WFLogKeyed("logOpenMeta", "OpenMeta Importing... saving Stub OPENMETA %@", stubPath);
+    WFLogKeyed(kLogOpenMeta, "OpenMeta Importing... saving Stub OPENMETA %@", stubPath);
     ++mailStoreStatus.stubsLeft;
 
     Value now = finalStamp(services().clock->now(), tagTime);
@@ -175,11 +176,11 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
   // message changes by another hand: the helper's own stamps would
   // otherwise bring the message back every few seconds for good.
   if (!attributesToImport.empty() && leftUnkeptBefore(path, wrenfold, existingAttributes)) {
-    WFLogKeyed("logOpenMeta", "OpenMeta Importing... not kept before, not tried again: %@",
+    WFLogKeyed(kLogOpenMeta, "OpenMeta Importing... not kept before, not tried again: %@",
                keysOf(attributesToImport));
     attributesToImport = Dictionary{};
   }
-  WFLogKeyed("logOpenMeta", "OpenMeta Importing... attributesToImport %@",
+  WFLogKeyed(kLogOpenMeta, "OpenMeta Importing... attributesToImport %@",
              Value(attributesToImport));
   if (attributesToImport.empty()) return noteNothingToImport();
 
@@ -192,7 +193,7 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
   openImportRecord(path, stampBefore);
   OpenMeta::setXAttrMetaData(Value(Date::distantFuture()), kTimeStampKey, path);
   for (const auto& [key, value] : attributesToImport) {
-    WFLogKeyed("logOpenMeta", "OpenMeta Importing... setting attribute %@", key);
+    WFLogKeyed(kLogOpenMeta, "OpenMeta Importing... setting attribute %@", key);
     OpenMeta::setXAttrMetaData(value, key, path);
   }
   if (failed(OpenMeta::setXAttrMetaData(now, kTimeStampKey, path)))

@@ -11,6 +11,7 @@
 #include "import/ImportRecord.h"
 #include "openmeta/OpenMeta.h"
 #include "paths/Paths.h"
+#include "platform/LogKeys.h"
 #include "platform/RemoteFolders.h"
 #include "platform/Spotlight.h"
 #include "platform/base/UpdateLock.h"
@@ -23,7 +24,6 @@ namespace {
 
 Value pathValue(const std::optional<std::string>& path) { return path ? Value(*path) : Value(); }
 
-constexpr const char* kTimeStampKey = "kMDItemWrenfoldTimeStamp";
 // The attributes the plug-in's values are compared with.
 constexpr std::string_view kImportedKeys[] = {"kMDItemKeywords", "kMDItemProjects",
                                               "kMDItemStarRating", "kMDItemComment",
@@ -126,7 +126,7 @@ std::string escapedPath(std::string_view path) {
 
 int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
   std::optional<std::string> path = WFmailV2Path();
-  WFLogKeyed("logOpenMeta", "starting set up OpenMeta Listener for Path: %@", pathValue(path));
+  WFLogKeyed(kLogOpenMeta, "starting set up OpenMeta Listener for Path: %@", pathValue(path));
 
   // Callers start only when no watcher is present; a stream still held is
   // released here rather than left running unowned.
@@ -153,13 +153,13 @@ int WFHelperAppDelegate::startOpenMetaFolderWatcher() {
 
   if (_openMetaStreamRef) {
     if (_openMetaStreamRef->start()) {
-      WFLogKeyed("logOpenMeta", "Successfully set up OpenMeta Listener");
+      WFLogKeyed(kLogOpenMeta, "Successfully set up OpenMeta Listener");
       noteWatcherOutcome(mailStoreStatus, "mail store", path, true, 0);
       noteMailStoreFileSystem(*this, *path);
       return 1;
     }
     noteWatcherOutcome(mailStoreStatus, "mail store", path, false, errno);
-    WFLogKeyed("logOpenMeta", "failed to start the OpenMeta Listener\n");
+    WFLogKeyed(kLogOpenMeta, "failed to start the OpenMeta Listener\n");
     // The stream is gone, but the watcher goes on counting as present, so
     // that no further start is tried while the helper runs.
     _openMetaStreamRef.reset();
@@ -181,7 +181,7 @@ double openMetaStreamLatency(const Value& configured) {
 
 void WFHelperAppDelegate::stopOpenMetaFolderWatcher() {
   if (!hasOpenMetaStream()) return;
-  WFLogKeyed("logOpenMeta", "Stopping the OpenMeta Listener");
+  WFLogKeyed(kLogOpenMeta, "Stopping the OpenMeta Listener");
   // A stream that never started was released at once; nothing is left to
   // stop, and the watcher stays counted as present.
   if (_openMetaStreamUnusable) return;
@@ -212,7 +212,7 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
       NSLog("emlx file name is not UTF-8, not imported: %@", escapedPath(path));
       continue;
     }
-    if (defaultForKey("logOpenMeta").boolValue()) NSLog("emlx file changed: %@", path);
+    if (defaultForKey(kLogOpenMeta).boolValue()) NSLog("emlx file changed: %@", path);
 
     // Held for the read and the writes: a tool changing the same message's
     // attributes takes turns with the import. The main loop never waits for
@@ -252,7 +252,7 @@ std::optional<Value> WFHelperAppDelegate::resumeInterruptedImport(const std::str
   // program set, is left alone.
   std::optional<ImportRecord> record = readImportRecord(path);
   if (!record || !record->isOpen() || importOwnerIsRunning(record->owner)) return std::nullopt;
-  WFLogKeyed("logOpenMeta", "OpenMeta Importing... resuming an interrupted import of %@", path);
+  WFLogKeyed(kLogOpenMeta, "OpenMeta Importing... resuming an interrupted import of %@", path);
   // The stamp goes back to what it was before, and the import starts over
   // from there. The values it writes are left out of what it compares
   // with, so that all of them are written again: a value written before

@@ -41,4 +41,8 @@ double openMetaStreamLatency(const Value& configured);
 // How many messages one turn of the main loop imports.
 inline constexpr std::size_t kOpenMetaImportSlice = 64;
 
+// The plug-in's stamp of the time its metadata was last written to a
+// message; a distant-future stamp marks an import in progress.
+inline constexpr const char kTimeStampKey[] = "kMDItemWrenfoldTimeStamp";
+
 }  // namespace wf

@@ -3,8 +3,10 @@
 // override single keys.
 #include "app/LoginItems.h"
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/plist/PropertyList.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace wf {
 namespace {
@@ -12,9 +14,9 @@ namespace {
 constexpr double kCacheLifetime = 120.0;
 
 // The five settings the change line shows, in this order.
-constexpr const char* kSnapshotKeys[] = {"launchWrenfoldHelperAtLogin", "recognizeOpenMetaTags",
-                                         "disableDropBoxScanning", "settingsSyncMethod",
-                                         "syncFolderPath"};
+constexpr const char* kSnapshotKeys[] = {kLaunchAtLogin, kRecognizeOpenMetaTags,
+                                         kDisableDropBoxScanning, kSettingsSyncMethod,
+                                         kSyncFolderPath};
 
 }  // namespace
 
@@ -59,17 +61,17 @@ void WFHelperAppDelegate::preferencesDidChange(const platform::Notification*) {
     Value value = prefs.get(key);
     snapshot.emplace(key, value.isNil() ? Value::null() : value);
   }
-  WFLogKeyed("logPreferencesNotification", "PreferencesDidChangeNotification: %@",
+  WFLogKeyed(kLogPreferencesNotification, "PreferencesDidChangeNotification: %@",
              Value(std::move(snapshot)));
 
   // Straight from the file: a command-line override does not make the
   // helper a login item.
-  if (prefs.get("launchWrenfoldHelperAtLogin").boolValue())
+  if (prefs.get(kLaunchAtLogin).boolValue())
     addWrenfoldHelperToLoginItems();
   else
     removeWrenfoldHelperFromLoginItems();
 
-  if (services_.defaults->boolForKey("disableOpenMetaScanning")) {
+  if (services_.defaults->boolForKey(kDisableOpenMetaScanning)) {
     NSLog(
         "External OpenMeta Scanning DISABLED\nUse Terminal command to enable: defaults write "
         "org.ardel.WrenfoldHelper disableOpenMetaScanning 0");

@@ -4,6 +4,7 @@
 
 #include "app/WFHelperAppDelegate.h"
 #include "platform/foundation/AppKitVersion.h"
+#include "prefs/PreferenceKeys.h"
 #include "projects/ProjectImportState.h"
 
 namespace wf {
@@ -36,11 +37,11 @@ void runSource(WFHelperAppDelegate& self, const std::string& source, Fetch fetch
 
 void WFHelperAppDelegate::fetchExternalProjects() {
   // An absent preference counts as NO.
-  if (defaultForKey("showOmniFocusProjects").boolValue())
+  if (defaultForKey(kShowOmniFocusProjects).boolValue())
     runSource(*this, "OmniFocus", [this] { _fetchOmniFocusProjects(); });
-  if (defaultForKey("showHitListProjects").boolValue())
+  if (defaultForKey(kShowHitListProjects).boolValue())
     runSource(*this, "The Hit List", [this] { _fetchHitListProjects(); });
-  if (defaultForKey("showThingsProjects").boolValue()) {
+  if (defaultForKey(kShowThingsProjects).boolValue()) {
     // One switch serves both Things imports; both write the same file.
     runSource(*this, "Things", [this] { _fetchThingsProjects(); });
     runSource(*this, "Things 3", [this] { _fetchThings3Projects(); });

@@ -2,6 +2,7 @@
 // "FinderTags.plist"; the plug-in is told whenever the copy changes.
 #include "app/WFHelperAppDelegate.h"
 #include "paths/Paths.h"
+#include "platform/LogKeys.h"
 #include "platform/base/Files.h"
 #include "platform/plist/PropertyList.h"
 #include "projects/ListFile.h"
@@ -60,14 +61,14 @@ Value importedTag(const Value& tag) {
 }  // namespace
 
 void WFHelperAppDelegate::_fetchFinderTags() {
-  WFLogKeyed("logFinderTags", "fetch finder tags");
+  WFLogKeyed(kLogFinderTags, "fetch finder tags");
   const auto data = contentsOfFile(finderSideBarListsPath());
   if (!data) return;
   const Value root = plist::parse(*data);
   if (root.isNil()) return;
 
   const Value finderTags = root.valueForKeyPath(kFinderTagsKeyPath);
-  WFLogKeyed("logFinderTags", "finderKeywordsDictionaries %@", finderTags);
+  WFLogKeyed(kLogFinderTags, "finderKeywordsDictionaries %@", finderTags);
 
   Array tags;
   for (const Value& tag : enumerated(finderTags)) {
@@ -76,12 +77,12 @@ void WFHelperAppDelegate::_fetchFinderTags() {
     tags.push_back(importedTag(tag));
   }
   const Value list(std::move(tags));
-  WFLogKeyed("logFinderTags", "wfFinderKeywordArray %@", list);
+  WFLogKeyed(kLogFinderTags, "wfFinderKeywordArray %@", list);
 
   const auto path = externalProjectFilePath(kFinderTagsFile);
   const Value current = readListFile(path);
   if (!listFileDiffers(current, list)) return;
-  WFLogKeyed("logFinderTags", "Recording changed Finder Tags current %@ -- new %@", current, list);
+  WFLogKeyed(kLogFinderTags, "Recording changed Finder Tags current %@ -- new %@", current, list);
   writeListFile(path, list);
   // Announced whether or not the write succeeded.
   services().notifications->post("WrenfoldFinderTagsWereModified");

@@ -1,6 +1,7 @@
 // The Hit List's list names, read through its scripting objects: the lists
 // at the top of its folders group and those directly inside its folders.
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "projects/ListFile.h"
 #include "projects/ProjectImportState.h"
 
@@ -33,7 +34,7 @@ void WFHelperAppDelegate::_fetchHitListProjects() {
   }
   auto& application = state._static_hitListApplicationInstance;
   if (!application || !application->isRunning()) {
-    WFLogKeyed("logExternalProjects", "com.potionfactory.thehitlist is not running");
+    WFLogKeyed(kLogExternalProjects, "com.potionfactory.thehitlist is not running");
     return;
   }
 

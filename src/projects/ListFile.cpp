@@ -1,6 +1,5 @@
 #include "projects/ListFile.h"
 
-#include "app/WFHelperAppDelegate.h"
 #include "paths/Paths.h"
 #include "platform/base/Files.h"
 #include "platform/foundation/Strings.h"
@@ -30,9 +29,13 @@ bool writeListFile(const std::optional<std::string>& path, const Value& list) {
                                "ThingsProjects.plist", "FinderTags.plist"});
   }
   bool written = plist::writeToFile(list, *path, /*atomically=*/true);
-  if (auto* delegate = WFHelperAppDelegate::shared())
-    ++(written ? delegate->intervalStatus.listWrites : delegate->intervalStatus.failedListWrites);
+  ++(written ? listWriteTally().written : listWriteTally().failed);
   return written;
+}
+
+ListWriteTally& listWriteTally() {
+  static ListWriteTally tally;
+  return tally;
 }
 
 }  // namespace wf

@@ -33,4 +33,13 @@ inline bool listFileDiffers(const Value& current, const Value& list) {
 // writes again.
 bool writeListFile(const std::optional<std::string>& path, const Value& list);
 
+// List writes since the tally was last reset: the interval run resets it
+// before each source and reads it after, to tell "written" from "unchanged"
+// and a failed write in the source's outcome.
+struct ListWriteTally {
+  int written = 0;
+  int failed = 0;
+};
+ListWriteTally& listWriteTally();
+
 }  // namespace wf

@@ -2,6 +2,7 @@
 // shipped as a resource beside the program.
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "platform/base/Files.h"
 #include "platform/foundation/Strings.h"
 #include "projects/ListFile.h"
@@ -52,9 +53,9 @@ void WFHelperAppDelegate::_fetchOmniFocusProjects() {
   Array projects;
 
   const auto running = services().workspace->runningApplicationIdentifiers();
-  WFLogKeyed("logOmniFocusProjects", "runningApps %@", stringArray(running));
+  WFLogKeyed(kLogOmniFocusProjects, "runningApps %@", stringArray(running));
   const auto found = firstRunning(omniFocusIdentifiers(), running);
-  if (found) WFLogKeyed("logOmniFocusProjects", "%@ is Running", Value(*found));
+  if (found) WFLogKeyed(kLogOmniFocusProjects, "%@ is Running", Value(*found));
 
   // A new OmniFocus (or none) starts afresh; the link is left alone.
   if (!found || found != omniFocus.runningIdentifier) {
@@ -66,14 +67,14 @@ void WFHelperAppDelegate::_fetchOmniFocusProjects() {
   if (omniFocus.runningIdentifier && !omniFocus._static_script &&
       !(isOmniFocus2(*omniFocus.runningIdentifier) && state._sCantCompileForOF2)) {
     const std::string& identifier = *omniFocus.runningIdentifier;
-    WFLogKeyed("logOmniFocusProjects", "Building OF Script");
+    WFLogKeyed(kLogOmniFocusProjects, "Building OF Script");
     omniFocus.link = services().scripting
                          ? services().scripting->applicationWithBundleIdentifier(identifier)
                          : nullptr;
     if (!omniFocus.link) {
-      WFLogKeyed("logOmniFocusProjects", "could not initiate a link to any OmniFocus app");
+      WFLogKeyed(kLogOmniFocusProjects, "could not initiate a link to any OmniFocus app");
     } else {
-      WFLogKeyed("logOmniFocusProjects", "Linked to application: %@", Value(identifier));
+      WFLogKeyed(kLogOmniFocusProjects, "Linked to application: %@", Value(identifier));
       const auto source = projectsScriptSource(*services().environment);
       NSLog("scriptSource: %@", optionalString(source));
       omniFocus._static_script = services().scripting->scriptWithSource(identifier, source);
@@ -92,12 +93,12 @@ void WFHelperAppDelegate::_fetchOmniFocusProjects() {
   }
 
   if (!omniFocus._static_script || state._sCantCompileForOF2) {
-    WFLogKeyed("logOmniFocusProjects", "OmniFocus is not running");
+    WFLogKeyed(kLogOmniFocusProjects, "OmniFocus is not running");
     return;
   }
 
   state.sOmniFocusState = true;
-  WFLogKeyed("logOmniFocusProjects", "OF is running -- sending Script");
+  WFLogKeyed(kLogOmniFocusProjects, "OF is running -- sending Script");
   try {
     std::string errorDescription;
     auto result = omniFocus._static_script->execute(&errorDescription);
@@ -113,16 +114,16 @@ void WFHelperAppDelegate::_fetchOmniFocusProjects() {
   if (state._sCantCompileForOF2) return;
 
   const Value list(std::move(projects));
-  WFLogKeyed("logOmniFocusProjects", "found projects: %@", list);
+  WFLogKeyed(kLogOmniFocusProjects, "found projects: %@", list);
   const auto path = externalProjectFilePath(kOmniFocusProjectsFile);
-  WFLogKeyed("logOmniFocusProjects", "Reading current OF projects from %@", optionalString(path));
+  WFLogKeyed(kLogOmniFocusProjects, "Reading current OF projects from %@", optionalString(path));
   const Value current = readListFile(path);
-  WFLogKeyed("logOmniFocusProjects", "Current Projects %@", current);
+  WFLogKeyed(kLogOmniFocusProjects, "Current Projects %@", current);
   if (listFileDiffers(current, list)) {
-    WFLogKeyed("logOmniFocusProjects", "writing to File: %@", optionalString(path));
+    WFLogKeyed(kLogOmniFocusProjects, "writing to File: %@", optionalString(path));
     writeListFile(path, list);
   }
-  WFLogKeyed("logOmniFocusProjects", "retrieved OF Projects: %@", list);
+  WFLogKeyed(kLogOmniFocusProjects, "retrieved OF Projects: %@", list);
 }
 
 }  // namespace wf

@@ -1,6 +1,7 @@
 // Things and Things 3: twin imports that ask a running application for its
 // active projects with a fixed script. Both keep "ThingsProjects.plist".
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "projects/ListFile.h"
 #include "projects/ProjectImportState.h"
 #include "projects/ScriptImport.h"
@@ -36,7 +37,7 @@ const ThingsFlavour& things3() {
 }
 
 #define THINGS_LOG(...) \
-  delegate.logForKey("logExternalProjects", __FILE__, function.c_str(), __LINE__, __VA_ARGS__)
+  delegate.logForKey(kLogExternalProjects, __FILE__, function.c_str(), __LINE__, __VA_ARGS__)
 
 void importThingsProjects(WFHelperAppDelegate& delegate, ScriptImportState& import,
                           const ThingsFlavour& flavour, const std::string& function) {

@@ -7,9 +7,11 @@
 #include "app/WFHelperAppDelegate.h"
 #include "paths/Paths.h"
 #include "platform/FileEvents.h"
+#include "platform/LogKeys.h"
 #include "platform/base/Files.h"
 #include "platform/foundation/FileManager.h"
 #include "platform/foundation/Strings.h"
+#include "prefs/PreferenceKeys.h"
 #include "sync/SyncFolderPoll.h"
 #include "sync/SyncListFiles.h"
 #include "sync/SyncReports.h"
@@ -20,7 +22,6 @@ namespace wf {
 namespace {
 
 constexpr int kSyncThroughFolder = 2;
-constexpr const char* kLogKey = "logSettingsSync";
 
 // The list file's path in the plug-in's support folder; empty (a file that
 // never exists) when there is no user Library folder.
@@ -33,8 +34,8 @@ std::string localPathOf(const std::string& fileName) {
 }  // namespace
 
 std::optional<std::string> WFHelperAppDelegate::activeSyncFolderPathCreateIfNecessary(bool create) {
-  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return std::nullopt;
-  Value stored = defaultForKey("syncFolderPath");
+  if (defaultForKey(kSettingsSyncMethod).integerValue() != kSyncThroughFolder) return std::nullopt;
+  Value stored = defaultForKey(kSyncFolderPath);
   // Used as stored: no normalisation of slashes, case or links.
   std::string path = stored.isString() ? stored.asString() : std::string();
 
@@ -63,11 +64,11 @@ bool WFHelperAppDelegate::pushSyncFile(const std::string& fileName) {
 
   FileURL destination{ns::stringByAppendingPathComponent(*folder, fileName)};
   FileURL source{localPathOf(fileName)};
-  WFLogKeyed(kLogKey, "copy %@ to %@", source, destination);
+  WFLogKeyed(kLogSettingsSync, "copy %@ to %@", source, destination);
 
   auto& files = FileManager::defaultManager();
   if (files.contentsEqualAtPath(destination.path, source.path)) {
-    WFLogKeyed(kLogKey, "source and target files are identical! %@", fileName);
+    WFLogKeyed(kLogSettingsSync, "source and target files are identical! %@", fileName);
     recordPush(*this, fileName, "identical");
     return false;
   }
@@ -112,7 +113,7 @@ bool WFHelperAppDelegate::pushSyncFile(const std::string& fileName) {
                                                           local.bytes, local.mode, &copyError)
                     : files.replaceItemAtPath(destination.path, source.path, &copyError);
   if (copied) {
-    WFLogKeyed(kLogKey, "copy success");
+    WFLogKeyed(kLogSettingsSync, "copy success");
     noteOwnSyncPush(*this, fileName, destination.path);
     recordPush(*this, fileName, "pushed");
     return true;
@@ -138,7 +139,7 @@ bool WFHelperAppDelegate::shouldPullSyncFile(const std::string& fileName) {
   std::string local = localPathOf(fileName);
   // A missing file on either side counts as different.
   if (FileManager::defaultManager().contentsEqualAtPath(local, syncCopy)) {
-    WFLogKeyed(kLogKey, "source and target files are identical! %@", fileName);
+    WFLogKeyed(kLogSettingsSync, "source and target files are identical! %@", fileName);
     return false;
   }
   return true;
@@ -146,7 +147,7 @@ bool WFHelperAppDelegate::shouldPullSyncFile(const std::string& fileName) {
 
 void WFHelperAppDelegate::syncFilesDidChange(const std::vector<std::string>& paths) {
   Array reported(paths.begin(), paths.end());
-  WFLogKeyed(kLogKey, "syncFilesDidChange:%@ returning", Value(std::move(reported)));
+  WFLogKeyed(kLogSettingsSync, "syncFilesDidChange:%@ returning", Value(std::move(reported)));
 
   if (fileNameCommandMappings.isNil()) {
     Dictionary mappings;
@@ -157,18 +158,18 @@ void WFHelperAppDelegate::syncFilesDidChange(const std::vector<std::string>& pat
 
   auto folder = activeSyncFolderPathCreateIfNecessary(false);
   if (!folder) return;
-  WFLogKeyed(kLogKey, "syncFilesDidChange %@", *folder);
+  WFLogKeyed(kLogSettingsSync, "syncFilesDidChange %@", *folder);
 
   // Every reported path is handled, duplicates included.
   for (const std::string& path : paths) {
     std::string stem = ns::stringByDeletingLastPathComponent(path);
-    WFLogKeyed(kLogKey, "syncFilesDidChange Stem %@", stem);
+    WFLogKeyed(kLogSettingsSync, "syncFilesDidChange Stem %@", stem);
     // Plain string equality: changes in sub-folders are not ours.
     if (stem != *folder) continue;
 
     std::string name = ns::lastPathComponent(path);
     Value notification = fileNameCommandMappings.get(name);
-    WFLogKeyed(kLogKey, "syncFilesDidChange %@", notification);
+    WFLogKeyed(kLogSettingsSync, "syncFilesDidChange %@", notification);
     NSLog("syncFilesDidChange %@", notification);
     if (!notification.isString()) {
       // A conflict copy is the user's to merge: reported, never announced.
@@ -195,33 +196,33 @@ void WFHelperAppDelegate::syncFilesDidChange(const std::vector<std::string>& pat
 }
 
 void WFHelperAppDelegate::keywordsDidChange(const platform::Notification*) {
-  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
-  WFLogKeyed(kLogKey, "keywords did Change Notification");
+  if (defaultForKey(kSettingsSyncMethod).integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogSettingsSync, "keywords did Change Notification");
   pushSyncFile(std::string(syncListHandledBy(&WFHelperAppDelegate::keywordsDidChange).fileName));
 }
 
 void WFHelperAppDelegate::smartMailboxesDidChange(const platform::Notification*) {
-  WFLogKeyed(kLogKey, "SMBs did Change %ld",
-             static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
-  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
-  WFLogKeyed(kLogKey, "copy Changed SMB");
+  WFLogKeyed(kLogSettingsSync, "SMBs did Change %ld",
+             static_cast<long>(defaultForKey(kSettingsSyncMethod).integerValue()));
+  if (defaultForKey(kSettingsSyncMethod).integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogSettingsSync, "copy Changed SMB");
   pushSyncFile(
       std::string(syncListHandledBy(&WFHelperAppDelegate::smartMailboxesDidChange).fileName));
 }
 
 void WFHelperAppDelegate::rulesDidChange(const platform::Notification*) {
-  WFLogKeyed(kLogKey, "Rules did Change %ld",
-             static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
-  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
-  WFLogKeyed(kLogKey, "copy Changed Rules");
+  WFLogKeyed(kLogSettingsSync, "Rules did Change %ld",
+             static_cast<long>(defaultForKey(kSettingsSyncMethod).integerValue()));
+  if (defaultForKey(kSettingsSyncMethod).integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogSettingsSync, "copy Changed Rules");
   pushSyncFile(std::string(syncListHandledBy(&WFHelperAppDelegate::rulesDidChange).fileName));
 }
 
 void WFHelperAppDelegate::projectsDidChange(const platform::Notification*) {
-  WFLogKeyed(kLogKey, "Projects did Change %ld",
-             static_cast<long>(defaultForKey("settingsSyncMethod").integerValue()));
-  if (defaultForKey("settingsSyncMethod").integerValue() != kSyncThroughFolder) return;
-  WFLogKeyed(kLogKey, "copy Changed Projects");
+  WFLogKeyed(kLogSettingsSync, "Projects did Change %ld",
+             static_cast<long>(defaultForKey(kSettingsSyncMethod).integerValue()));
+  if (defaultForKey(kSettingsSyncMethod).integerValue() != kSyncThroughFolder) return;
+  WFLogKeyed(kLogSettingsSync, "copy Changed Projects");
   pushSyncFile(std::string(syncListHandledBy(&WFHelperAppDelegate::projectsDidChange).fileName));
 }
 

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "platform/foundation/Strings.h"
 #include "sync/SyncFolderWatcher.h"
 #include "sync/SyncListFiles.h"
@@ -35,7 +36,7 @@ void pollDidReturn(WFHelperAppDelegate* delegate, const platform::PolledFolder& 
     // What is there when the watch begins is no change.
     state.first = false;
     state.seen = entries;
-    delegate->logForKey("logSettingsSync", __FILE__, __func__, __LINE__,
+    delegate->logForKey(kLogSettingsSync, __FILE__, __func__, __LINE__,
                         "Sync folder %@ first read: %lu lists and copies", state.folder,
                         static_cast<unsigned long>(entries.size()));
     return;
@@ -69,7 +70,7 @@ void watchSyncFolderFileSystem(WFHelperAppDelegate& delegate, const std::string&
   platform::FolderFileSystem fs = remote->fileSystemOf(folder);
   status.fileSystem = fs.type;
   if (!fs.remote) {
-    delegate.logForKey("logSettingsSync", __FILE__, __func__, __LINE__,
+    delegate.logForKey(kLogSettingsSync, __FILE__, __func__, __LINE__,
                        "Sync folder %@ is on %@: inotify hears every change", folder, fs.type);
     return;
   }

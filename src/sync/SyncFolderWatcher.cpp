@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "app/WFHelperAppDelegate.h"
+#include "platform/LogKeys.h"
 #include "platform/base/Files.h"
 #include "sync/SyncFolderPoll.h"
 #include "sync/SyncListFiles.h"
@@ -15,13 +16,12 @@
 namespace wf {
 
 namespace {
-constexpr const char* kLogKey = "logSettingsSync";
 constexpr double kSyncFolderLatency = 1.0;
 }  // namespace
 
 void fseventsSyncFolder_callback(WFHelperAppDelegate* delegate,
                                  const std::vector<std::string>& eventPaths) {
-  delegate->logForKey(kLogKey, __FILE__, __func__, __LINE__,
+  delegate->logForKey(kLogSettingsSync, __FILE__, __func__, __LINE__,
                       "Sync Folder Item did Change calledBack");
   // Flags and kinds of change do not matter: the filtering by folder and
   // file name is syncFilesDidChange:'s.
@@ -38,12 +38,12 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
   // stream may not have caught up; then it is made anew below.
   if (_syncFolderStreamRef && currentSyncFolderPath() == path &&
       _syncFolderStreamRef->watchesCurrentFolders()) {
-    WFLogKeyed(kLogKey, "Already watching folder  %@", *path);
+    WFLogKeyed(kLogSettingsSync, "Already watching folder  %@", *path);
     return true;
   }
   if (_syncFolderStreamRef) stopSyncFolderWatcher();
 
-  WFLogKeyed(kLogKey, "starting up Sync Folder Watcher for Path: %@", *path);
+  WFLogKeyed(kLogSettingsSync, "starting up Sync Folder Watcher for Path: %@", *path);
   // A helper killed in the middle of a push leaves its temporary beside the
   // list; nobody else will ever remove it.
   sys::removeOwnTemporaries(*path, syncListFileNames());
@@ -60,7 +60,7 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
 
   if (_syncFolderStreamRef) {
     if (_syncFolderStreamRef->start()) {
-      WFLogKeyed(kLogKey, "Successfully set up SyncFolder Listener");
+      WFLogKeyed(kLogSettingsSync, "Successfully set up SyncFolder Listener");
       setCurrentSyncFolderPath(path);
       noteWatcherOutcome(syncStatus, "sync folder", path, true, 0);
       // What inotify cannot hear there is polled; copies that lost a
@@ -70,7 +70,7 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
       return true;
     }
     noteWatcherOutcome(syncStatus, "sync folder", path, false, errno);
-    WFLogKeyed(kLogKey, "failed to start the SyncFolder Listener\n");
+    WFLogKeyed(kLogSettingsSync, "failed to start the SyncFolder Listener\n");
   } else {
     noteWatcherOutcome(syncStatus, "sync folder", path, false, 0);
   }
@@ -80,7 +80,7 @@ bool WFHelperAppDelegate::startSyncFolderWatcher() {
 
 void WFHelperAppDelegate::stopSyncFolderWatcher() {
   if (_syncFolderStreamRef) {
-    WFLogKeyed(kLogKey, "stopSyncFolderWatcher ");
+    WFLogKeyed(kLogSettingsSync, "stopSyncFolderWatcher ");
     _syncFolderStreamRef->stop();
     _syncFolderStreamRef.reset();
   }
