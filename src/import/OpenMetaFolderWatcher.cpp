@@ -28,22 +28,26 @@ Value pathValue(const std::optional<std::string>& path) { return path ? Value(*p
 constexpr std::string_view kImportedKeys[] = {"kMDItemKeywords", "kMDItemProjects",
                                               "kMDItemStarRating", "kMDItemComment",
                                               "wrenfoldItemDueDate"};
-// Imports the messages from `first` on, kOpenMetaImportSlice of them in this
-// turn of the main loop, the rest in the next turns: a burst of thousands
-// of messages never holds the loop for long. A pending slice carries its
-// delegate and the delegate's lifetime, so it never outlives the delegate.
+// Imports the messages from `first` on, at most kOpenMetaImportSlice of them
+// and for at most kOpenMetaImportSliceTime in this turn of the main loop,
+// the rest in the next turns: a burst of thousands of messages never holds
+// the loop for long. A pending slice carries its delegate and the
+// delegate's lifetime, so it never outlives the delegate.
 void importSlices(WFHelperAppDelegate* delegate, const std::weak_ptr<void>& alive,
                   const std::shared_ptr<const std::vector<std::string>>& messages,
                   std::size_t first) {
   if (alive.expired()) return;
-  if (first == 0 && messages->size() <= kOpenMetaImportSlice) {
+  if (first == 0 && messages->size() <= 1) {
     delegate->delayedImport(*messages);
     return;
   }
-  std::size_t end = std::min(messages->size(), first + kOpenMetaImportSlice);
-  delegate->delayedImport(
-      std::vector<std::string>(messages->begin() + static_cast<std::ptrdiff_t>(first),
-                               messages->begin() + static_cast<std::ptrdiff_t>(end)));
+  auto deadline = std::chrono::steady_clock::now() + kOpenMetaImportSliceTime;
+  std::size_t last = std::min(messages->size(), first + kOpenMetaImportSlice);
+  std::size_t end = first;
+  while (end < last) {
+    delegate->delayedImport({(*messages)[end++]});
+    if (std::chrono::steady_clock::now() >= deadline) break;
+  }
   if (end >= messages->size() || alive.expired()) return;
   delegate->services().loop->performAfterDelay(
       0, [delegate, alive, messages, end] { importSlices(delegate, alive, messages, end); });

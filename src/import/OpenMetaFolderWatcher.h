@@ -2,6 +2,7 @@
 // to the tag import half a second after the stream reports them.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -38,8 +39,11 @@ inline constexpr double kOpenMetaStreamLatencyMin = 0.1;
 inline constexpr double kOpenMetaStreamLatencyMax = 60.0;
 // The latency a value of that default asks for.
 double openMetaStreamLatency(const Value& configured);
-// How many messages one turn of the main loop imports.
+// How many messages one turn of the main loop imports at most, and for how
+// long: on a slow or busy machine a slice ends early, so that a call on the
+// bus (the status) never waits for more than one short slice.
 inline constexpr std::size_t kOpenMetaImportSlice = 64;
+inline constexpr std::chrono::milliseconds kOpenMetaImportSliceTime{10};
 
 // The plug-in's stamp of the time its metadata was last written to a
 // message; a distant-future stamp marks an import in progress.

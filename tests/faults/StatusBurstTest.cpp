@@ -1,9 +1,9 @@
 // The status answers from memory: asked while 20,000 tagged messages are
-// being imported, it should answer within 100 ms each time. It does not yet:
-// GetStatus is answered on the one main loop, which works off a batch of the
-// import in one callback (one run: 313 calls, slowest 0.76 s). Disabled
-// until the import yields between slices or the status is answered from a
-// snapshot off the main loop; run it with --gtest_also_run_disabled_tests.
+// being imported, it answers within 100 ms each time. Before, the import
+// worked off 64 messages per turn of the main loop whatever they took, and
+// the scan after an inotify overflow walked the whole store in one turn
+// (one run: 313 calls, slowest 0.76 s); both now stop after a few
+// milliseconds and go on at the next turn.
 #include <signal.h>
 
 #include <chrono>
@@ -49,7 +49,7 @@ class StatusBurst : public StoreFixture {
   std::vector<std::string> paths;
 };
 
-TEST_F(StatusBurst, DISABLED_AStatusCallDuringABurstAnswersWithin100Ms) {
+TEST_F(StatusBurst, AStatusCallDuringABurstAnswersWithin100Ms) {
   for (int box = 0; box < kMailboxes; ++box) {
     std::string folder = store() + "/Box" + std::to_string(box) + ".mbox/Messages";
     makeFolders(folder);

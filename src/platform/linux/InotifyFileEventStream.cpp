@@ -36,6 +36,9 @@ constexpr std::uint32_t kParentMask = IN_CREATE | IN_MOVED_FROM | IN_MOVED_TO | 
 // How much of the event queue one turn of the main loop reads: a flood is
 // worked off in slices, with everything else of the helper in between.
 constexpr std::size_t kReadBudget = 256 * 1024;
+// ... and for how long at most: a slow machine reads less per turn, so that
+// a call on the bus (the status) waits for one short slice at most.
+constexpr gint64 kReadTimeBudgetUs = 10 * 1000;
 // How much a drain around the process's own change reads at most. It
 // normally finds a few events; under a flood it must not hold the loop.
 constexpr std::size_t kDrainBudget = 1024 * 1024;
@@ -133,6 +136,9 @@ void InotifyFileEventStream::stop() {
   }
   if (readSource_) g_source_remove(readSource_);
   if (latencyTimer_) g_source_remove(latencyTimer_);
+  if (recovery_ && recovery_->source) g_source_remove(recovery_->source);
+  recovery_.reset();
+  rescanned_ = nullptr;
   readSource_ = latencyTimer_ = 0;
   pending_.clear();
   pendingSet_.clear();
@@ -171,17 +177,22 @@ int InotifyFileEventStream::addWatch(const std::string& path, int parent, const 
 // found are reported according to `scan`.
 void InotifyFileEventStream::watchTree(const std::string& path, int parent, const std::string& name,
                                        Scan scan) {
-  struct Pending {
-    std::string path;
-    int parent;
-    std::string name;
-  };
-  std::vector<Pending> todo;
+  std::vector<FolderToWalk> todo;
   todo.push_back({path, parent, name});
+  walkFolders(todo, scan, G_MAXINT64);
+}
+
+bool InotifyFileEventStream::walkFolders(std::vector<FolderToWalk>& todo, Scan scan,
+                                         gint64 deadline) {
   std::string entryPath;
   while (!todo.empty()) {
-    Pending folder = std::move(todo.back());
+    if (g_get_monotonic_time() >= deadline) return false;
+    FolderToWalk folder = std::move(todo.back());
     todo.pop_back();
+    // A walk spread over several turns: the folder's parent may have been
+    // moved away or deleted since; if it went elsewhere in the tree, its
+    // new place was walked whole when the move was seen.
+    if (folder.parent >= 0 && !folders_.count(folder.parent)) continue;
 
     int wd;
     bool known = false;
@@ -193,7 +204,9 @@ void InotifyFileEventStream::watchTree(const std::string& path, int parent, cons
     } else {
       wd = addWatch(folder.path, folder.parent, folder.name, &known);
     }
-    if (wd >= 0 && rescanned_ && !rescanned_->insert(wd).second) continue;  // met already
+    // Met already in this scan; a folder watched anew (moved back in
+    // meanwhile) is read all the same.
+    if (wd >= 0 && rescanned_ && !rescanned_->insert(wd).second && known) continue;
     if (wd < 0) {
       if (errno == ENOSPC) logWatchLimitOnce(folder.path);
       if (scan == Scan::Quiet) continue;
@@ -234,6 +247,7 @@ void InotifyFileEventStream::watchTree(const std::string& path, int parent, cons
       }
     }
   }
+  return true;
 }
 
 // A folder's link count is 2 + its number of sub-folders on the file
@@ -318,7 +332,7 @@ void InotifyFileEventStream::logWatchLimitOnce(const std::string& where) {
 // ---- events ----------------------------------------------------------------
 
 gboolean InotifyFileEventStream::onReadable(gint, GIOCondition, gpointer self) {
-  static_cast<InotifyFileEventStream*>(self)->readQueue(kReadBudget);
+  static_cast<InotifyFileEventStream*>(self)->readQueue(kReadBudget, kReadTimeBudgetUs);
   return G_SOURCE_CONTINUE;
 }
 
@@ -333,13 +347,15 @@ void InotifyFileEventStream::drainOwnEvents(const std::string& path) {
   ownPath_ = nullptr;
 }
 
-bool InotifyFileEventStream::readQueue(std::size_t budget) {
+bool InotifyFileEventStream::readQueue(std::size_t budget, gint64 timeBudgetUs) {
   alignas(inotify_event) char buffer[64 * 1024];
+  const gint64 deadline = timeBudgetUs > 0 ? g_get_monotonic_time() + timeBudgetUs : G_MAXINT64;
   bool overflowed = false;
   bool empty = false;
   std::size_t taken = 0;
   while (fd_.valid()) {
-    if (taken >= budget) break;  // the rest at the next turn of the loop
+    // The rest at the next turn of the loop.
+    if (taken >= budget || (taken > 0 && g_get_monotonic_time() >= deadline)) break;
     ssize_t n = read(fd_.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
@@ -499,47 +515,77 @@ void InotifyFileEventStream::deliver() {
 // The kernel dropped events. Find the lost changes again: walk the trees,
 // watch what is not watched yet, forget what is gone, and report every item
 // whose change time is not older than the moment the queue was last read
-// empty. Deletions in that gap cannot be found and are not reported.
+// empty. Deletions in that gap cannot be found and are not reported. The
+// walk goes on over several turns of the main loop, a few folders at a
+// time, so that a large store never holds the loop (or a call on the bus)
+// for long; events that arrive meanwhile are handled as usual.
 void InotifyFileEventStream::recoverFromOverflow() {
   ++overflows_;
-  changedSince_ = minus(caughtUpAt_, kCoarseClockSlackNs);
-  std::size_t before = pending_.size();
-
-  std::unordered_set<int> met;
-  rescanned_ = &met;
-  std::vector<std::string> roots;
+  timespec since = minus(caughtUpAt_, kCoarseClockSlackNs);
+  if (recovery_) {
+    // Lost again while still looking: start over, from the earlier of the
+    // two moments, so that nothing changed in a folder not yet read is missed.
+    if (notBefore(since, changedSince_)) since = changedSince_;
+    if (recovery_->source) g_source_remove(recovery_->source);
+  }
+  changedSince_ = since;
+  recovery_ = std::make_unique<Recovery>();
+  rescanned_ = &recovery_->met;
   for (Root& root : roots_) {
     // A path that came to name another folder while events were lost: that
     // folder is new as a whole. The same folder: look for what changed.
     if (namesWatchedFolder(root)) {
       watchParentOf(root);
-      watchTree(root.path, -1, root.path, Scan::ReportChangedSince);
+      recovery_->todo.push_back({root.path, -1, root.path});
     } else {
+      std::size_t before = pending_.size();
       followRoot(root, Scan::ReportAll);
+      recovery_->reported += pending_.size() - before;
     }
-    if (root.wd >= 0) {
-      met.insert(root.wd);
-      roots.push_back(root.path);
-    }
+    // (The walk counts each folder it reads as met, the top ones too.)
+    if (root.wd >= 0) recovery_->roots.push_back(root.path);
   }
-  rescanned_ = nullptr;
+  continueRecovery();
+}
 
+gboolean InotifyFileEventStream::onRecoverySlice(gpointer self) {
+  auto* stream = static_cast<InotifyFileEventStream*>(self);
+  stream->recovery_->source = 0;
+  stream->continueRecovery();
+  return G_SOURCE_REMOVE;
+}
+
+void InotifyFileEventStream::continueRecovery() {
+  std::size_t before = pending_.size();
+  bool done = walkFolders(recovery_->todo, Scan::ReportChangedSince,
+                          g_get_monotonic_time() + kReadTimeBudgetUs);
+  recovery_->reported += pending_.size() - before;
+  if (!done) {
+    recovery_->source = g_timeout_add(0, &InotifyFileEventStream::onRecoverySlice, this);
+    return;
+  }
+  finishRecovery();
+}
+
+void InotifyFileEventStream::finishRecovery() {
   // Forget folders the walk did not meet again: their IN_IGNORED may have
   // been lost with the rest.
   for (auto it = folders_.begin(); it != folders_.end();) {
-    if (met.count(it->first)) {
+    if (recovery_->met.count(it->first)) {
       ++it;
     } else {
       if (!isParentWatch(it->first)) inotify_rm_watch(fd_.get(), it->first);
       it = folders_.erase(it);
     }
   }
+  rescanned_ = nullptr;
+  std::unique_ptr<Recovery> done = std::move(recovery_);
 
   std::string where;
-  for (const std::string& root : roots) where += (where.empty() ? "" : ", ") + root;
+  for (const std::string& root : done->roots) where += (where.empty() ? "" : ", ") + root;
   log_.write("File events were lost in " + where +
              " (the kernel's inotify event queue overflowed); the folder was scanned again and " +
-             std::to_string(pending_.size() - before) +
+             std::to_string(done->reported) +
              " changed items were reported in their place (deletions in the meantime cannot be "
              "recovered). If this happens often, raise the queue length, for example with "
              "\"sudo sysctl fs.inotify.max_queued_events=65536\".");

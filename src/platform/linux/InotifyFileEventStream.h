@@ -55,6 +55,12 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
     std::string name;
   };
   enum class Scan { Quiet, ReportAll, ReportChangedSince };
+  // A folder still to be watched and read in a walk.
+  struct FolderToWalk {
+    std::string path;
+    int parent;
+    std::string name;
+  };
   // A watched path and what it names: the folder watched as its tree's top
   // (-1 while the path names no folder), that folder's identity, and the
   // watch on the folder that holds the path's last component, which tells
@@ -75,15 +81,19 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   static gboolean onReadable(gint fd, GIOCondition condition, gpointer self);
   static gboolean onLatencyElapsed(gpointer self);
 
-  // Reads and handles at most `budget` bytes of events; true when the
-  // queue was read empty.
-  bool readQueue(std::size_t budget);
+  // Reads and handles at most `budget` bytes of events, and when a time
+  // budget is given, stops once it is spent; true when the queue was read
+  // empty.
+  bool readQueue(std::size_t budget, gint64 timeBudgetUs = 0);
   void handleEvent(int wd, std::uint32_t mask, const char* name);
   void report(std::string path);
   void deliver();
 
   int addWatch(const std::string& path, int parent, const std::string& name, bool* known);
   void watchTree(const std::string& path, int parent, const std::string& name, Scan scan);
+  // Walks the folders of `todo` (and those found in them) until none is
+  // left or, with a deadline, until it has passed; false when some are left.
+  bool walkFolders(std::vector<FolderToWalk>& todo, Scan scan, gint64 deadline);
   bool hasNoSubfolders(const std::string& path);
   void forgetChild(int parent, const std::string& name);
   bool namesWatchedFolder(const Root& root) const;
@@ -93,6 +103,9 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   void forgetTree(int wd);
   std::string pathOf(int wd) const;
   void recoverFromOverflow();
+  static gboolean onRecoverySlice(gpointer self);
+  void continueRecovery();
+  void finishRecovery();
   void logWatchLimitOnce(const std::string& where);
 
   sys::UniqueFd fd_;
@@ -123,6 +136,16 @@ class InotifyFileEventStream final : public FileEventStream, private OwnChangeLi
   // time from which on a change counts.
   std::unordered_set<int>* rescanned_ = nullptr;
   timespec changedSince_{};
+  // The scan after an overflow, worked off a few folders per turn of the
+  // main loop; events go on being handled in between.
+  struct Recovery {
+    std::unordered_set<int> met;
+    std::vector<FolderToWalk> todo;
+    std::vector<std::string> roots;
+    std::size_t reported = 0;
+    guint source = 0;
+  };
+  std::unique_ptr<Recovery> recovery_;
 };
 
 class InotifyFileEventStreamFactory : public FileEventStreamFactory {
