@@ -28,7 +28,7 @@ from datetime import datetime
 HELPER = sys.argv[1] if len(sys.argv) > 1 else os.environ.get("WF_HELPER_BINARY", "")
 SKIP = 77
 FOLDER_ID = "wrenfold-settings"
-DEADLINE = time.monotonic() + 110  # the whole test stays under two minutes
+DEADLINE = time.monotonic() + 170  # the whole test stays under three minutes
 
 PLIST_HEAD = ('<?xml version="1.0" encoding="UTF-8"?>\n'
               '<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" '
@@ -206,7 +206,9 @@ class Computer:
         self.api_key = secrets.token_urlsafe(24)
 
     def write_syncthing_config(self, peer):
-        # Loopback only: no discovery, no relays, no NAT traversal, no usage
+        # maxConflicts is spelt out: a configuration written without it keeps
+        # no conflict copies at all (Syncthing 1.19), and the losing change of
+        # step 4 would simply be overwritten. Loopback only: no discovery, no relays, no NAT traversal, no usage
         # reporting, no upgrades, no crash reports.
         config = """<configuration version="36">
     <folder id="{fid}" label="Wrenfold settings" path="{path}" type="sendreceive" rescanIntervalS="3600" fsWatcherEnabled="true" fsWatcherDelayS="1" ignorePerms="false" autoNormalize="true">
@@ -214,6 +216,7 @@ class Computer:
         <device id="{me}"></device>
         <device id="{peer}"></device>
         <minDiskFree unit="%">0</minDiskFree>
+        <maxConflicts>10</maxConflicts>
     </folder>
     <device id="{me}" name="{name}" compression="metadata">
         <address>dynamic</address>
@@ -274,6 +277,43 @@ class Computer:
 
     def scan(self):
         self.rest("/rest/db/scan?folder=" + FOLDER_ID, method="POST")
+
+    def pause(self, peer):
+        self.rest("/rest/system/pause?device=" + peer.device_id, method="POST")
+
+    def resume(self, peer):
+        self.rest("/rest/system/resume?device=" + peer.device_id, method="POST")
+
+    def wait_indexed(self, name, content, timeout):
+        """Waits until this instance's index holds `name` as it is now on disk
+        (its size): a change not yet scanned would meet the peer's unseen."""
+        end = time.monotonic() + remaining(timeout)
+        while True:
+            try:
+                local = self.rest("/rest/db/file?folder=%s&file=%s" % (FOLDER_ID, name))["local"]
+                if local.get("size") == len(content.encode()) and not local.get("deleted"):
+                    return
+            except Exception:
+                pass
+            if time.monotonic() > end:
+                raise Failure("%s: Syncthing did not index %s within %.0f s"
+                              % (self.name, name, timeout))
+            with self.syncthing.cond:
+                self.syncthing.cond.wait(0.25)
+
+    def wait_disconnected(self, peer, timeout):
+        end = time.monotonic() + remaining(timeout)
+        while True:
+            try:
+                conns = self.rest("/rest/system/connections")["connections"]
+                if not conns.get(peer.device_id, {}).get("connected"):
+                    return
+            except Exception:
+                pass
+            if time.monotonic() > end:
+                raise Failure("%s: still connected to %s after pausing it" % (self.name, peer.name))
+            with self.syncthing.cond:
+                self.syncthing.cond.wait(0.25)
 
     def wait_connected(self, peer, timeout):
         end = time.monotonic() + remaining(timeout)
@@ -449,6 +489,62 @@ def main():
         if sha(b_local_kw) != b_local_before:
             raise Failure("B's local keyword list was modified by the helper")
         print("equal bytes on B: nothing posted")
+
+        # 4. Both computers change the keyword list while apart. When they meet
+        # again Syncthing keeps the older change as a conflict copy on the
+        # computer that made it; that computer's helper reports the copy and
+        # announces the list that won, never the copy.
+        step = "4, keywords changed on both computers while apart"
+        for c, peer in ((a, b), (b, a)):
+            c.pause(peer)
+        a.wait_disconnected(b, 30)
+        b.wait_disconnected(a, 30)
+        v_lost = plist_array("Work", "Home", "Travel", "Family", "Garden")
+        v_won = plist_array("Work", "Home", "Travel", "Family", "Music")
+        mark_a = len(a.helper)
+        with open(os.path.join(a.local, "WrenfoldKeywords.plist"), "w") as f:
+            f.write(v_lost)
+        a.post("WrenfoldKeywordListWasSaved")
+        a.helper.wait_for("copy success", 10, mark_a)
+        a_sync_kw = os.path.join(a.sync, "WrenfoldKeywords.plist")
+        # A's change is the older one by a clear margin, so Syncthing's choice
+        # of winner (the newer modification time) does not hang on milliseconds.
+        past = time.time() - 60
+        os.utime(a_sync_kw, (past, past))
+        mark_b = len(b.helper)
+        with open(b_local_kw, "w") as f:
+            f.write(v_won)
+        b.post("WrenfoldKeywordListWasSaved")
+        b.helper.wait_for("copy success", 10, mark_b)
+        # Each engine has indexed its own change before they meet again.
+        a.scan()
+        b.scan()
+        a.wait_indexed("WrenfoldKeywords.plist", v_lost, 30)
+        b.wait_indexed("WrenfoldKeywords.plist", v_won, 30)
+        a_local_kw = os.path.join(a.local, "WrenfoldKeywords.plist")
+        a_local_before = sha(a_local_kw)
+        mark_a, mark_am = len(a.helper), len(a.monitor)
+        t_resume = time.time()
+        for c, peer in ((a, b), (b, a)):
+            c.resume(peer)
+        i, t_conflict = a.helper.wait_for("Conflict copy ", 60, mark_a)
+        line = a.helper.lines[i][1]
+        if "WrenfoldKeywords.sync-conflict-" not in line or " of WrenfoldKeywords.plist " not in line \
+                or "(made by Syncthing)" not in line:
+            raise Failure("A's conflict line does not name the copy, its list and the engine: "
+                          + line)
+        copies = [n for n in os.listdir(a.sync) if n.startswith("WrenfoldKeywords.sync-conflict-")]
+        if len(copies) != 1 or not holds(os.path.join(a.sync, copies[0]), v_lost):
+            raise Failure("A's sync folder should hold one conflict copy with A's change: %s"
+                          % copies)
+        wait_until(lambda: holds(a_sync_kw, v_won), 30, "B's list in A's sync folder", a.syncthing)
+        a.monitor.wait_for("member=WrenfoldHelperDidUpdateKeywordsFile", 30, mark_am)
+        if a.helper.count("Conflict copy ", mark_a) != 1:
+            raise Failure("A's helper reported the conflict copy more than once")
+        if sha(a_local_kw) != a_local_before:
+            raise Failure("A's local keyword list was modified by the helper")
+        print("keywords changed on both computers while apart: the conflict copy %s reported "
+              "on A %.2f s after the engines met again" % (copies[0], t_conflict - t_resume))
         for c in (a, b):
             if c.helper_proc.poll() is not None:
                 raise Failure("%s's helper ended (status %s)" % (c.name, c.helper_proc.returncode))
