@@ -5,12 +5,12 @@
 #include "openmeta/AttributeUndo.h"
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
+#include "platform/ExtendedAttributes.h"
 #include "platform/foundation/Strings.h"
 
 namespace wf {
 
 using openmeta::AttributeUndo;
-using openmeta::checkAttributeValue;
 using openmeta::metaDataAttribute;
 using openmeta::storeError;
 
@@ -60,16 +60,38 @@ OptError rememberTagAttributes(AttributeUndo& undo, const std::string& path) {
 }
 
 // The tag time, the file manager's tags and the OpenMeta list, all or none:
-// the list is checked before the first write, and a failed write puts back
-// what the others changed.
+// every value is encoded and checked before the first write, and a failed
+// write puts back what the others changed. Only what is replaced before the
+// last write is kept, and on a file that never had tags the writes
+// themselves tell that nothing was there: no read precedes them.
 OptError writeUserTags(const Value& tags, const Value& finderTags, const std::string& path,
                        Date date) {
-  if (OptError e = checkAttributeValue(tags)) return e;
+  std::string list, time;
+  OptError e;
+  if (!openmeta::encodeAttributeValue(tags, list, &e)) return e;
+  if (list.size() > OpenMeta::kMaxValueSize)
+    return storeError(OpenMeta::kTooBigError, OpenMeta::kMetaDataTooBig);
+  if (!openmeta::hasFileSystemRepresentation(path))
+    return storeError(OpenMeta::kParameterError, OpenMeta::kParameterErrorText);
+  if (!openmeta::encodeAttributeValue(Value(date), time, &e)) return e;
+  const bool mirrored = OpenMeta::MavericksOrLater();
+  if (mirrored && !finderTags.isNil() && !OpenMeta::validateAsArrayOfStrings(finderTags))
+    return storeError(OpenMeta::kParameterError, OpenMeta::kParameterErrorText);
+  const std::string joined =
+      mirrored && !finderTags.isNil() ? openmeta::joinedFinderTags(finderTags.asArray()) : "";
+  const std::string mirror = OpenMeta::kFinderTagsAttribute;
+
   AttributeUndo undo;
-  if (OptError e = rememberTagAttributes(undo, path)) return e;
-  OptError e = OpenMeta::setXAttrMetaData(Value(date), OpenMeta::kUserTagTimeKey, path);
-  if (!e && OpenMeta::MavericksOrLater()) e = OpenMeta::setAppleTags(finderTags, path);
-  if (!e) e = OpenMeta::setNSArrayMetaData(tags, OpenMeta::kUserTagsKey, path);
+  bool untagged = false;
+  e = undo.write(path, metaDataAttribute(OpenMeta::kUserTagTimeKey), time, true, &untagged);
+  if (!e && mirrored)
+    e = joined.empty() ? undo.remove(path, mirror) : undo.write(path, mirror, joined, untagged);
+  if (!e) {
+    // A write that fails changes nothing: the last one needs nothing kept.
+    auto written =
+        openmeta::attributes().set(path, metaDataAttribute(OpenMeta::kUserTagsKey), list);
+    if (!written) e = openmeta::posixError(written.error().errnoValue());
+  }
   if (e) undo.restore();
   return e;
 }
