@@ -84,6 +84,10 @@ class WFHelperAppDelegate {
   // OpenMeta import into Mail messages
   void delayedImport(const std::vector<std::string>& paths);
   void importWrenfoldMetadataAtPath(const std::string& path, const Value& existingAttributes);
+  // The same, with the message already open for reading (its update lock's
+  // descriptor), so that the trailer is read without opening it again.
+  void importWrenfoldMetadataAtPath(const std::string& path, const Value& existingAttributes,
+                                    int openMessage);
   // A message left with the distant-future stamp by an import whose writer
   // is gone: its stamp restored, and the attributes to import it with.
   std::optional<Value> resumeInterruptedImport(const std::string& path, const Value& attributes);

@@ -128,6 +128,12 @@ Value keysOf(const Dictionary& d) {
 
 void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
                                                        const Value& existingAttributes) {
+  importWrenfoldMetadataAtPath(path, existingAttributes, -1);
+}
+
+void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
+                                                       const Value& existingAttributes,
+                                                       int openMessage) {
   Value stampBefore =
       firstPresent(existingAttributes, {kTimeStampKey, ":EA:kMDItemWrenfoldTimeStamp"});
   Value stamp = stampBefore.isNil() ? Value(Date::distantPast()) : stampBefore;
@@ -165,7 +171,8 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
     return;
   }
 
-  Value trailer = readEmlxTrailer(path);
+  Value trailer =
+      openMessage >= 0 ? readEmlxTrailerFromDescriptor(openMessage) : readEmlxTrailer(path);
   if (trailer.isNil()) return noteNothingToImport();
 
   Dictionary attributesToImport;

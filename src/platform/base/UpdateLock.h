@@ -33,12 +33,19 @@ constexpr std::chrono::milliseconds kUpdateLockWait{10000};
 class UpdateLock {
  public:
   UpdateLock() = default;
-  explicit UpdateLock(UniqueFd fd) : fd_(std::move(fd)) {}
+  explicit UpdateLock(UniqueFd fd, bool regularFile = false)
+      : fd_(std::move(fd)), regularFile_(regularFile) {}
   // Whether a lock is held (false where nothing could be locked, see above).
   bool held() const { return fd_.get() >= 0; }
+  // The locked file, open for reading, where it is a regular file (not
+  // its folder): a reader under the lock needs no descriptor of its own.
+  // -1 otherwise. It was opened without blocking, which a regular file's
+  // reads ignore.
+  int regularFile() const { return regularFile_ ? fd_.get() : -1; }
 
  private:
   UniqueFd fd_;  // closing it releases the lock
+  bool regularFile_ = false;
 };
 
 // Locks `path` for an update, waiting at most `wait` for the writer that
