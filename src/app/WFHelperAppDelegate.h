@@ -88,9 +88,10 @@ class WFHelperAppDelegate {
   void delayedImport(const std::vector<std::string>& paths);
   void importWrenfoldMetadataAtPath(const std::string& path, const Value& existingAttributes);
   // The same, with the message already open for reading (its update lock's
-  // descriptor), so that the trailer is read without opening it again.
+  // descriptor) and its size as the lock found it, so that the trailer is
+  // read without opening the file again or asking its size.
   void importWrenfoldMetadataAtPath(const std::string& path, const Value& existingAttributes,
-                                    int openMessage);
+                                    int openMessage, std::uint64_t messageSize);
   // A message left with the distant-future stamp by an import whose writer
   // is gone: its stamp restored, and the attributes to import it with.
   std::optional<Value> resumeInterruptedImport(const std::string& path, const Value& attributes);

@@ -212,6 +212,7 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
     // the message is looked for.
     auto lock = sys::lockForUpdate(path, sys::Links::NoFollow, std::chrono::milliseconds(0));
     const int message = lock ? lock->regularFile() : -1;
+    const std::uint64_t size = lock ? lock->regularFileSize() : 0;
     if (message < 0 && !FileManager::defaultManager().fileExistsAtPath(path)) continue;
     // A name that is no text cannot be handed to the plug-in in a stub;
     // left alone, the message keeps its tags for a later rename.
@@ -232,7 +233,7 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
     if (!item) continue;
     std::vector<std::string> names = item->copyAttributeNames();
     if (names.empty()) {
-      importWrenfoldMetadataAtPath(path, Value(), message);
+      importWrenfoldMetadataAtPath(path, Value(), message, size);
       continue;
     }
     Value attributes = item->copyAttributes(names);
@@ -242,10 +243,10 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
     if (!stamp.isDate()) continue;
     if (stamp.asDate() == Date::distantFuture()) {
       std::optional<Value> resumed = resumeInterruptedImport(path, attributes);
-      if (resumed) importWrenfoldMetadataAtPath(path, *resumed, message);
+      if (resumed) importWrenfoldMetadataAtPath(path, *resumed, message, size);
       continue;
     }
-    importWrenfoldMetadataAtPath(path, attributes, message);
+    importWrenfoldMetadataAtPath(path, attributes, message, size);
   }
 }
 
