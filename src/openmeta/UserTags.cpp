@@ -1,5 +1,6 @@
 // User tags: the OpenMeta list, its time stamp, and its mirror in the
 // Finder tags, which wins once the two have been merged on a file.
+#include <array>
 #include <set>
 
 #include "openmeta/AttributeUndo.h"
@@ -7,6 +8,7 @@
 #include "openmeta/OpenMeta.h"
 #include "platform/ExtendedAttributes.h"
 #include "platform/foundation/Strings.h"
+#include "platform/plist/PropertyList.h"
 
 namespace wf {
 
@@ -33,6 +35,25 @@ Array concatenated(const Value& a, const Value& b) {
 }
 
 bool isEmptyList(const Value& list) { return list.isNil() || list.count() == 0; }
+
+// The merge flag as getXAttr reads it (nil when missing, unreadable or no
+// property list). Nearly every flag is the one this store wrote, `true` in
+// one of the two formats: those bytes are recognised without parsing them.
+Value readSyncFlag(const std::string& path) {
+  if (!openmeta::hasFileSystemRepresentation(path)) return Value();
+  static const std::string kName =
+      std::string(OpenMeta::kAttributeNamespace) + OpenMeta::kSyncDoneName;
+  auto bytes = openmeta::attributes().get(path, kName, OpenMeta::kMaxValueSize);
+  if (!bytes || bytes->empty()) return Value();
+  static const std::array<std::string, 2> kWrittenTrue = [] {
+    std::array<std::string, 2> out;
+    plist::serialize(Value(true), plist::Format::XML, out[0]);
+    plist::serialize(Value(true), plist::Format::Binary, out[1]);
+    return out;
+  }();
+  if (*bytes == kWrittenTrue[0] || *bytes == kWrittenTrue[1]) return Value(true);
+  return openmeta::decodeAttributeValue(*bytes, nullptr);
+}
 
 // Restores the authentication-dialog flag however the merge ends.
 class DialogsSuppressed {
@@ -134,7 +155,7 @@ Value OpenMeta::getUserTags(const std::string& path, OptError* error) {
   if (isEmptyList(finderTags) && isEmptyList(openMetaTags)) return Value();
 
   bool synchronised;
-  const Value flag = getXAttr(kSyncDoneName, path, nullptr);
+  const Value flag = readSyncFlag(path);
   if (flag.isNil()) {
     (void)setXAttr(Value(true), kSyncDoneName, path);
     synchronised = false;
