@@ -21,13 +21,14 @@ std::optional<std::int64_t> emlxTrailerOffset(std::string_view head) {
   return count + headLength;
 }
 
-Value readEmlxTrailerFromDescriptor(int fd) {
+Value readEmlxTrailerFromDescriptor(int fd, std::optional<std::uint64_t> knownSize) {
   auto head = sys::readRange(fd, 0, kEmlxHeadSize);
   if (!head || head->size() < kEmlxHeadSize) return {};
   std::optional<std::int64_t> offset = emlxTrailerOffset(*head);
   if (!offset || *offset < 0) return {};
 
-  auto length = sys::fileSize(fd);
+  sys::Result<std::uint64_t> length =
+      knownSize ? sys::Result<std::uint64_t>(*knownSize) : sys::fileSize(fd);
   if (!length) return {};
   auto start = static_cast<std::uint64_t>(*offset);
   if (start > *length || *length - start > static_cast<std::uint64_t>(kEmlxMaxTrailerSize))

@@ -34,7 +34,8 @@ std::optional<std::int64_t> emlxTrailerOffset(std::string_view head);
 // The file is opened read-only and never changed.
 Value readEmlxTrailer(const std::string& path);
 // The same for an open descriptor, read from the file's start wherever the
-// descriptor stands (it is left open).
-Value readEmlxTrailerFromDescriptor(int fd);
+// descriptor stands (it is left open). `knownSize`: the file's size as the
+// caller has just found it (under its lock), so that it is not asked again.
+Value readEmlxTrailerFromDescriptor(int fd, std::optional<std::uint64_t> knownSize = std::nullopt);
 
 }  // namespace wf

@@ -129,6 +129,12 @@ Value keysOf(const Dictionary& d) {
 
 void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
                                                        const Value& existingAttributes) {
+  importWrenfoldMetadataAtPath(path, existingAttributes, -1, 0);
+}
+
+void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
+                                                       const Value& existingAttributes,
+                                                       int openMessage, std::uint64_t messageSize) {
   Value stampBefore =
       firstPresent(existingAttributes, {kTimeStampKey, ":EA:kMDItemWrenfoldTimeStamp"});
   Value stamp = stampBefore.isNil() ? Value(Date::distantPast()) : stampBefore;
@@ -166,7 +172,8 @@ void WFHelperAppDelegate::importWrenfoldMetadataAtPath(const std::string& path,
     return;
   }
 
-  Value trailer = readEmlxTrailer(path);
+  Value trailer = openMessage >= 0 ? readEmlxTrailerFromDescriptor(openMessage, messageSize)
+                                   : readEmlxTrailer(path);
   if (trailer.isNil()) return noteNothingToImport();
 
   Dictionary attributesToImport;

@@ -209,7 +209,15 @@ void fseventsOpenMeta_callback(WFHelperAppDelegate* delegate,
 void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
   for (const auto& path : paths) {
     if (ns::pathExtension(path) != "emlx") continue;
-    if (!FileManager::defaultManager().fileExistsAtPath(path)) continue;
+    // Held for the read and the writes: a tool changing the same message's
+    // attributes takes turns with the import. The main loop never waits for
+    // it; a held message is tried again shortly. A lock on the message
+    // itself has found it at its name (and is read through); without one
+    // the message is looked for.
+    auto lock = sys::lockForUpdate(path, sys::Links::NoFollow, std::chrono::milliseconds(0));
+    const int message = lock ? lock->regularFile() : -1;
+    const std::uint64_t size = lock ? lock->regularFileSize() : 0;
+    if (message < 0 && !FileManager::defaultManager().fileExistsAtPath(path)) continue;
     // A name that is no text cannot be handed to the plug-in in a stub;
     // left alone, the message keeps its tags for a later rename.
     if (!ns::isValidUTF8(path)) {
@@ -217,22 +225,19 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
       continue;
     }
     if (defaultForKey(kLogOpenMeta).boolValue()) NSLog("emlx file changed: %@", path);
-
-    // Held for the read and the writes: a tool changing the same message's
-    // attributes takes turns with the import. The main loop never waits for
-    // it; a held message is tried again shortly.
-    auto lock = sys::lockForUpdate(path, sys::Links::NoFollow, std::chrono::milliseconds(0));
     if (!lock) {
       retryWhenFree(*this, path);
       continue;
     }
     gBusyRetries.erase(path);
 
-    std::optional<platform::SpotlightItem> item = platform::SpotlightItem::createWithPath(path);
+    std::optional<platform::SpotlightItem> item =
+        message >= 0 ? platform::SpotlightItem::forPresentFile(path)
+                     : platform::SpotlightItem::createWithPath(path);
     if (!item) continue;
     std::vector<std::string> names = item->copyAttributeNames();
     if (names.empty()) {
-      importWrenfoldMetadataAtPath(path, Value());
+      importWrenfoldMetadataAtPath(path, Value(), message, size);
       continue;
     }
     Value attributes = item->copyAttributes(names);
@@ -242,10 +247,10 @@ void WFHelperAppDelegate::delayedImport(const std::vector<std::string>& paths) {
     if (!stamp.isDate()) continue;
     if (stamp.asDate() == Date::distantFuture()) {
       std::optional<Value> resumed = resumeInterruptedImport(path, attributes);
-      if (resumed) importWrenfoldMetadataAtPath(path, *resumed);
+      if (resumed) importWrenfoldMetadataAtPath(path, *resumed, message, size);
       continue;
     }
-    importWrenfoldMetadataAtPath(path, attributes);
+    importWrenfoldMetadataAtPath(path, attributes, message, size);
   }
 }
 

@@ -12,16 +12,20 @@ namespace wf::openmeta {
 
 namespace {
 
-// The largest value Linux keeps in one attribute.
-constexpr std::size_t kMaxAttributeBytes = 64 * 1024;
+constexpr std::size_t kMaxAttributeBytes = platform::ExtendedAttributes::kLargestValue;
 
 }  // namespace
+
+bool AttributeUndo::isKept(const std::string& path, const std::string& systemName) const {
+  for (const Kept& k : kept_)
+    if (k.path == path && k.name == systemName) return true;
+  return false;
+}
 
 OptError AttributeUndo::remember(const std::string& path, const std::string& systemName) {
   if (!hasFileSystemRepresentation(path))
     return storeError(OpenMeta::kParameterError, OpenMeta::kParameterErrorText);
-  for (const Kept& k : kept_)
-    if (k.path == path && k.name == systemName) return std::nullopt;
+  if (isKept(path, systemName)) return std::nullopt;
   auto value = attributes().get(path, systemName, kMaxAttributeBytes);
   if (value) {
     kept_.push_back({path, systemName, std::move(*value)});
@@ -30,6 +34,36 @@ OptError AttributeUndo::remember(const std::string& path, const std::string& sys
   } else {
     return posixError(value.error().errnoValue());
   }
+  return std::nullopt;
+}
+
+OptError AttributeUndo::write(const std::string& path, const std::string& systemName,
+                              std::string_view bytes, bool probablyMissing, bool* created) {
+  if (created) *created = false;
+  if (!hasFileSystemRepresentation(path))
+    return storeError(OpenMeta::kParameterError, OpenMeta::kParameterErrorText);
+  if (probablyMissing && !isKept(path, systemName)) {
+    auto made = attributes().create(path, systemName, bytes);
+    if (made) {
+      kept_.push_back({path, systemName, std::nullopt});
+      if (created) *created = true;
+      return std::nullopt;
+    }
+    // There after all (or created by another writer meanwhile): kept and
+    // replaced as any other.
+    if (!made.error().isErrno(EEXIST)) return posixError(made.error().errnoValue());
+  }
+  if (OptError e = remember(path, systemName)) return e;
+  auto written = attributes().set(path, systemName, bytes);
+  if (!written) return posixError(written.error().errnoValue());
+  return std::nullopt;
+}
+
+OptError AttributeUndo::remove(const std::string& path, const std::string& systemName) {
+  if (OptError e = remember(path, systemName)) return e;
+  auto removed = attributes().remove(path, systemName);
+  if (!removed && !removed.error().isErrno(ENODATA))
+    return posixError(removed.error().errnoValue());
   return std::nullopt;
 }
 

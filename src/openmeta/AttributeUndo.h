@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/foundation/Error.h"
@@ -17,10 +18,19 @@ class AttributeUndo {
   // they are now (or that it is missing). An error when they cannot be read:
   // the setter then writes nothing.
   OptError remember(const std::string& path, const std::string& systemName);
+  // Writes `bytes` to `systemName`, keeping first what it replaces. Where
+  // the attribute is `probablyMissing` the write is tried as a creation:
+  // on a file that never had it, that one call is all; `created` tells.
+  OptError write(const std::string& path, const std::string& systemName, std::string_view bytes,
+                 bool probablyMissing, bool* created = nullptr);
+  // Removes `systemName` (a missing one is no error), keeping it first.
+  OptError remove(const std::string& path, const std::string& systemName);
   // Writes every remembered attribute back as it was, last one first.
   void restore() const;
 
  private:
+  bool isKept(const std::string& path, const std::string& systemName) const;
+
   struct Kept {
     std::string path;
     std::string name;

@@ -30,6 +30,10 @@ bool encodeAttributeValue(const Value& value, std::string& out, OptError* error)
 // when they are no property list.
 Value decodeAttributeValue(std::string_view bytes, OptError* error);
 
+// The file manager's list as "user.xdg.tags" holds it: the names joined by
+// ",", a "," inside a name written as its look-alike; empty names left out.
+std::string joinedFinderTags(const Array& tags);
+
 // Whether values are written as XML (generation 1343 or later) or binary.
 bool writesXMLValues();
 

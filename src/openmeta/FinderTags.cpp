@@ -54,7 +54,9 @@ Array splitTags(std::string_view joined) {
   return tags;
 }
 
-std::string joinTags(const Array& tags) {
+}  // namespace
+
+std::string openmeta::joinedFinderTags(const Array& tags) {
   std::string joined;
   for (const Value& tag : tags) {
     if (tag.asString().empty()) continue;
@@ -63,8 +65,6 @@ std::string joinTags(const Array& tags) {
   }
   return joined;
 }
-
-}  // namespace
 
 Value OpenMeta::getAppleTags(const std::string& path, OptError* error) {
   if (!MavericksOrLater()) return getNSArrayMetaData(kUserTagsKey, path, error);
@@ -89,7 +89,8 @@ OptError OpenMeta::setAppleTags(const Value& tags, const std::string& path) {
     return storeError(kParameterError, kParameterErrorText);
   if (!tags.isNil() && !validateAsArrayOfStrings(tags))
     return storeError(kParameterError, kParameterErrorText);
-  const std::string joined = tags.isNil() ? std::string() : joinTags(tags.asArray());
+  const std::string joined =
+      tags.isNil() ? std::string() : openmeta::joinedFinderTags(tags.asArray());
   if (joined.empty()) {
     auto removed = openmeta::attributes().remove(path, kFinderTagsAttribute);
     if (!removed && !removed.error().isErrno(ENODATA))

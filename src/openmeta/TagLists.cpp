@@ -1,6 +1,9 @@
 // What a tag list may hold and in which form it is stored: canonical
 // decomposition, one tag per case-insensitive group, first occurrence first.
+#include <algorithm>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "openmeta/OpenMeta.h"
 #include "platform/foundation/Strings.h"
@@ -30,9 +33,23 @@ Value OpenMeta::removeDuplicateTags(const Value& tags) {
   // orderedArrayWithDict makes of the table of the decomposed tags with
   // those tags as its hint, without building and copying the table.
   const Value decomposed = decomposeArrayOfStrings(tags);
-  std::set<std::string, std::less<>> seen;
   Array result;
   result.reserve(decomposed.count());
+  // A tag list is short: its lowered names are compared in a flat list,
+  // and only a long one gets a tree (a node allocated per name).
+  constexpr std::size_t kFlat = 32;
+  if (decomposed.count() <= kFlat) {
+    std::vector<std::string> seen;
+    seen.reserve(decomposed.count());
+    for (const Value& tag : decomposed.asArray()) {
+      std::string lowered = ns::lowercaseString(tag.asString());
+      if (std::find(seen.begin(), seen.end(), lowered) != seen.end()) continue;
+      seen.push_back(std::move(lowered));
+      result.push_back(tag);
+    }
+    return Value(std::move(result));
+  }
+  std::set<std::string, std::less<>> seen;
   for (const Value& tag : decomposed.asArray())
     if (seen.insert(ns::lowercaseString(tag.asString())).second) result.push_back(tag);
   return Value(std::move(result));

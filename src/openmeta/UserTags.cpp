@@ -1,16 +1,18 @@
 // User tags: the OpenMeta list, its time stamp, and its mirror in the
 // Finder tags, which wins once the two have been merged on a file.
+#include <array>
 #include <set>
 
 #include "openmeta/AttributeUndo.h"
 #include "openmeta/AttributeValue.h"
 #include "openmeta/OpenMeta.h"
+#include "platform/ExtendedAttributes.h"
 #include "platform/foundation/Strings.h"
+#include "platform/plist/PropertyList.h"
 
 namespace wf {
 
 using openmeta::AttributeUndo;
-using openmeta::checkAttributeValue;
 using openmeta::metaDataAttribute;
 using openmeta::storeError;
 
@@ -33,6 +35,25 @@ Array concatenated(const Value& a, const Value& b) {
 }
 
 bool isEmptyList(const Value& list) { return list.isNil() || list.count() == 0; }
+
+// The merge flag as getXAttr reads it (nil when missing, unreadable or no
+// property list). Nearly every flag is the one this store wrote, `true` in
+// one of the two formats: those bytes are recognised without parsing them.
+Value readSyncFlag(const std::string& path) {
+  if (!openmeta::hasFileSystemRepresentation(path)) return Value();
+  static const std::string kName =
+      std::string(OpenMeta::kAttributeNamespace) + OpenMeta::kSyncDoneName;
+  auto bytes = openmeta::attributes().get(path, kName, OpenMeta::kMaxValueSize);
+  if (!bytes || bytes->empty()) return Value();
+  static const std::array<std::string, 2> kWrittenTrue = [] {
+    std::array<std::string, 2> out;
+    plist::serialize(Value(true), plist::Format::XML, out[0]);
+    plist::serialize(Value(true), plist::Format::Binary, out[1]);
+    return out;
+  }();
+  if (*bytes == kWrittenTrue[0] || *bytes == kWrittenTrue[1]) return Value(true);
+  return openmeta::decodeAttributeValue(*bytes, nullptr);
+}
 
 // Restores the authentication-dialog flag however the merge ends.
 class DialogsSuppressed {
@@ -60,16 +81,38 @@ OptError rememberTagAttributes(AttributeUndo& undo, const std::string& path) {
 }
 
 // The tag time, the file manager's tags and the OpenMeta list, all or none:
-// the list is checked before the first write, and a failed write puts back
-// what the others changed.
+// every value is encoded and checked before the first write, and a failed
+// write puts back what the others changed. Only what is replaced before the
+// last write is kept, and on a file that never had tags the writes
+// themselves tell that nothing was there: no read precedes them.
 OptError writeUserTags(const Value& tags, const Value& finderTags, const std::string& path,
                        Date date) {
-  if (OptError e = checkAttributeValue(tags)) return e;
+  std::string list, time;
+  OptError e;
+  if (!openmeta::encodeAttributeValue(tags, list, &e)) return e;
+  if (list.size() > OpenMeta::kMaxValueSize)
+    return storeError(OpenMeta::kTooBigError, OpenMeta::kMetaDataTooBig);
+  if (!openmeta::hasFileSystemRepresentation(path))
+    return storeError(OpenMeta::kParameterError, OpenMeta::kParameterErrorText);
+  if (!openmeta::encodeAttributeValue(Value(date), time, &e)) return e;
+  const bool mirrored = OpenMeta::MavericksOrLater();
+  if (mirrored && !finderTags.isNil() && !OpenMeta::validateAsArrayOfStrings(finderTags))
+    return storeError(OpenMeta::kParameterError, OpenMeta::kParameterErrorText);
+  const std::string joined =
+      mirrored && !finderTags.isNil() ? openmeta::joinedFinderTags(finderTags.asArray()) : "";
+  const std::string mirror = OpenMeta::kFinderTagsAttribute;
+
   AttributeUndo undo;
-  if (OptError e = rememberTagAttributes(undo, path)) return e;
-  OptError e = OpenMeta::setXAttrMetaData(Value(date), OpenMeta::kUserTagTimeKey, path);
-  if (!e && OpenMeta::MavericksOrLater()) e = OpenMeta::setAppleTags(finderTags, path);
-  if (!e) e = OpenMeta::setNSArrayMetaData(tags, OpenMeta::kUserTagsKey, path);
+  bool untagged = false;
+  e = undo.write(path, metaDataAttribute(OpenMeta::kUserTagTimeKey), time, true, &untagged);
+  if (!e && mirrored)
+    e = joined.empty() ? undo.remove(path, mirror) : undo.write(path, mirror, joined, untagged);
+  if (!e) {
+    // A write that fails changes nothing: the last one needs nothing kept.
+    auto written =
+        openmeta::attributes().set(path, metaDataAttribute(OpenMeta::kUserTagsKey), list);
+    if (!written) e = openmeta::posixError(written.error().errnoValue());
+  }
   if (e) undo.restore();
   return e;
 }
@@ -112,7 +155,7 @@ Value OpenMeta::getUserTags(const std::string& path, OptError* error) {
   if (isEmptyList(finderTags) && isEmptyList(openMetaTags)) return Value();
 
   bool synchronised;
-  const Value flag = getXAttr(kSyncDoneName, path, nullptr);
+  const Value flag = readSyncFlag(path);
   if (flag.isNil()) {
     (void)setXAttr(Value(true), kSyncDoneName, path);
     synchronised = false;

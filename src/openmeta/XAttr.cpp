@@ -17,6 +17,17 @@ namespace {
 
 std::string systemName(const std::string& name) { return OpenMeta::kAttributeNamespace + name; }
 
+// "user.com.apple.metadata:" + key, made in one allocation: every value of
+// an import is read and written under such a name.
+std::string metaDataName(std::string_view key) {
+  constexpr std::string_view kSpotlight = "com.apple.metadata:";
+  const std::string_view space = OpenMeta::kAttributeNamespace;
+  std::string name;
+  name.reserve(space.size() + kSpotlight.size() + key.size());
+  name.append(space).append(kSpotlight).append(key);
+  return name;
+}
+
 platform::ExtendedAttributes* gTestAttributes = nullptr;
 
 }  // namespace
@@ -50,10 +61,12 @@ std::string OpenMeta::errnoString(int value) {
   return s;
 }
 
-OptError OpenMeta::setXAttr(const Value& plist, const std::string& name, const std::string& path) {
+namespace {
+
+OptError setAttribute(const Value& plist, const std::string& attribute, const std::string& path) {
+  using E = OpenMeta;
   if (!openmeta::hasFileSystemRepresentation(path))
-    return storeError(kParameterError, kParameterErrorText);
-  const std::string attribute = systemName(name);
+    return storeError(E::kParameterError, E::kParameterErrorText);
 
   std::string bytes;
   bool haveBytes = false;
@@ -65,7 +78,7 @@ OptError OpenMeta::setXAttr(const Value& plist, const std::string& name, const s
 
   sys::Result<void> result = sys::success();
   if (haveBytes) {
-    if (bytes.size() > kMaxValueSize) return storeError(kTooBigError, kMetaDataTooBig);
+    if (bytes.size() > E::kMaxValueSize) return storeError(E::kTooBigError, E::kMetaDataTooBig);
     result = attributes().set(path, attribute, bytes);
   } else {
     result = attributes().remove(path, attribute);
@@ -74,13 +87,13 @@ OptError OpenMeta::setXAttr(const Value& plist, const std::string& name, const s
   return std::nullopt;
 }
 
-Value OpenMeta::getXAttr(const std::string& name, const std::string& path, OptError* error) {
+Value getAttribute(const std::string& attribute, const std::string& path, OptError* error) {
+  using E = OpenMeta;
   if (!openmeta::hasFileSystemRepresentation(path)) {
-    if (error) *error = storeError(kParameterError, kParameterErrorText);
+    if (error) *error = storeError(E::kParameterError, E::kParameterErrorText);
     return Value();
   }
-  const std::string attribute = systemName(name);
-  const sys::Result<std::string> value = attributes().get(path, attribute, kMaxValueSize);
+  const sys::Result<std::string> value = attributes().get(path, attribute, E::kMaxValueSize);
   if (!value || value->empty()) {
     // A zero-length attribute is an error with no errno (0).
     const int err = value ? 0 : value.error().errnoValue();
@@ -98,14 +111,24 @@ Value OpenMeta::getXAttr(const std::string& name, const std::string& path, OptEr
   return v;
 }
 
+}  // namespace
+
+OptError OpenMeta::setXAttr(const Value& plist, const std::string& name, const std::string& path) {
+  return setAttribute(plist, systemName(name), path);
+}
+
+Value OpenMeta::getXAttr(const std::string& name, const std::string& path, OptError* error) {
+  return getAttribute(systemName(name), path, error);
+}
+
 OptError OpenMeta::setXAttrMetaData(const Value& plist, const std::string& metaDataKey,
                                     const std::string& path) {
-  return setXAttr(plist, spotlightKey(metaDataKey), path);
+  return setAttribute(plist, metaDataName(metaDataKey), path);
 }
 
 Value OpenMeta::getXAttrMetaData(const std::string& metaDataKey, const std::string& path,
                                  OptError* error) {
-  return getXAttr(spotlightKey(metaDataKey), path, error);
+  return getAttribute(metaDataName(metaDataKey), path, error);
 }
 
 }  // namespace wf

@@ -4,6 +4,7 @@
 // so a test can watch (or change) what reaches the file.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -17,6 +18,9 @@ class ExtendedAttributes {
  public:
   virtual ~ExtendedAttributes() = default;
 
+  // The largest value Linux keeps in one attribute.
+  static constexpr std::size_t kLargestValue = 64 * 1024;
+
   // The value of `name`, at most `limit` bytes long (ERANGE when longer,
   // ENODATA when the file has no such attribute).
   virtual sys::Result<std::string> get(const std::string& path, const std::string& name,
@@ -24,6 +28,17 @@ class ExtendedAttributes {
   // Creates or replaces `name`.
   virtual sys::Result<void> set(const std::string& path, const std::string& name,
                                 std::string_view bytes) = 0;
+  // Creates `name` where the file has none (EEXIST when it has): a setter
+  // that must be able to put an attribute back learns that it was missing
+  // from the write itself, without reading it first. This default asks
+  // first; the file system's own creates in one call.
+  virtual sys::Result<void> create(const std::string& path, const std::string& name,
+                                   std::string_view bytes) {
+    auto existing = get(path, name, kLargestValue);
+    if (existing || existing.error().isErrno(ERANGE)) return sys::errnoError(EEXIST);
+    if (!existing.error().isErrno(ENODATA)) return existing.error();
+    return set(path, name, bytes);
+  }
   // Removes `name` (ENODATA when it is missing).
   virtual sys::Result<void> remove(const std::string& path, const std::string& name) = 0;
   // The names of every attribute of the file.

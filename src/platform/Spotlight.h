@@ -17,6 +17,9 @@ class SpotlightItem {
  public:
   // MDItemCreateWithURL: no item when nothing exists at the path.
   static std::optional<SpotlightItem> createWithPath(const std::string& path);
+  // The item of a file the caller has just found at `path` (under its
+  // update lock): no look-up of its own.
+  static SpotlightItem forPresentFile(const std::string& path) { return SpotlightItem(path); }
 
   const std::string& path() const { return path_; }
   // MDItemCopyAttributeNames: empty when the file has no such attribute

@@ -101,7 +101,9 @@ Result<UpdateLock> lockForUpdate(const std::string& path, Links links,
     // The lock counts only if the name still leads where it did.
     struct stat now {};
     const bool present = ::fstatat(AT_FDCWD, name.c_str(), &now, statFlags) == 0;
-    if (onFolder ? !present : (present && sameFile(now, locked))) return UpdateLock(std::move(fd));
+    if (onFolder ? !present : (present && sameFile(now, locked)))
+      return UpdateLock(std::move(fd), !onFolder && S_ISREG(locked.st_mode),
+                        static_cast<std::uint64_t>(locked.st_size));
     if (Clock::now() >= deadline && round >= 3) return heldByAnother(wait);
   }
 }

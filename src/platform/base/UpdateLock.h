@@ -19,6 +19,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 #include "platform/base/Files.h"
@@ -33,12 +34,23 @@ constexpr std::chrono::milliseconds kUpdateLockWait{10000};
 class UpdateLock {
  public:
   UpdateLock() = default;
-  explicit UpdateLock(UniqueFd fd) : fd_(std::move(fd)) {}
+  explicit UpdateLock(UniqueFd fd, bool regularFile = false, std::uint64_t size = 0)
+      : fd_(std::move(fd)), regularFile_(regularFile), size_(size) {}
   // Whether a lock is held (false where nothing could be locked, see above).
   bool held() const { return fd_.get() >= 0; }
+  // The locked file, open for reading, where it is a regular file (not
+  // its folder): a reader under the lock needs no descriptor of its own.
+  // -1 otherwise. It was opened without blocking, which a regular file's
+  // reads ignore.
+  int regularFile() const { return regularFile_ ? fd_.get() : -1; }
+  // Its size when it was locked (its writers of other programs replace it
+  // whole, by rename, which the lock's check of the name sees).
+  std::uint64_t regularFileSize() const { return size_; }
 
  private:
   UniqueFd fd_;  // closing it releases the lock
+  bool regularFile_ = false;
+  std::uint64_t size_ = 0;
 };
 
 // Locks `path` for an update, waiting at most `wait` for the writer that

@@ -5,6 +5,8 @@
 #include <clocale>
 #include <cstring>
 #include <limits>
+#include <string>
+#include <unordered_map>
 
 #include "platform/glib/Owners.h"
 
@@ -61,6 +63,33 @@ bool lowersLikeASCII(std::string_view s) {
   return language != "tr" && language != "az" && language != "lt";
 }
 
+// The last decompositions by their input: the same few tags pass through
+// again and again (a tag list set on many files, each read back), and GLib's
+// mapping costs thousands of instructions where a look-up costs a hash.
+// Form D does not depend on the locale (lowering does, so it is not kept).
+// Per thread, as each thread has its own.
+class DecompositionCache {
+ public:
+  static bool keeps(std::string_view s) { return s.size() <= kLongest; }
+
+  template <typename Map>
+  std::string get(std::string_view s, Map map) {
+    auto it = cache_.find(std::string(s));
+    if (it != cache_.end()) return it->second;
+    std::string mapped = map(s);
+    if (cache_.size() >= kEntries) cache_.clear();  // another set of names: start again
+    cache_.emplace(std::string(s), mapped);
+    return mapped;
+  }
+
+ private:
+  static constexpr std::size_t kEntries = 256;
+  static constexpr std::size_t kLongest = 256;  // longer text is mapped, not kept
+  std::unordered_map<std::string, std::string> cache_;
+};
+
+thread_local DecompositionCache gDecomposed;
+
 }  // namespace
 
 std::string lowercaseString(std::string_view s) {
@@ -81,9 +110,14 @@ std::string lowercaseString(std::string_view s) {
 
 std::string decomposedStringWithCanonicalMapping(std::string_view s) {
   if (isPlainASCII(s)) return std::string(s);
-  sys::GPtr<char> nfd(g_utf8_normalize(s.data(), static_cast<gssize>(s.size()), G_NORMALIZE_NFD));
-  if (!nfd) return std::string(s);  // invalid UTF-8: nothing to decompose
-  return std::string(nfd.get());
+  auto decomposeWithGLib = [](std::string_view text) {
+    sys::GPtr<char> nfd(
+        g_utf8_normalize(text.data(), static_cast<gssize>(text.size()), G_NORMALIZE_NFD));
+    if (!nfd) return std::string(text);  // invalid UTF-8: nothing to decompose
+    return std::string(nfd.get());
+  };
+  return DecompositionCache::keeps(s) ? gDecomposed.get(s, decomposeWithGLib)
+                                      : decomposeWithGLib(s);
 }
 
 int compare(std::string_view a, std::string_view b) {

@@ -41,6 +41,13 @@ class SystemExtendedAttributes : public ExtendedAttributes {
     return sys::success();
   }
 
+  sys::Result<void> create(const std::string& path, const std::string& name,
+                           std::string_view bytes) override {
+    if (lsetxattr(path.c_str(), name.c_str(), bytes.data(), bytes.size(), XATTR_CREATE) != 0)
+      return sys::errnoError(errno);
+    return sys::success();
+  }
+
   sys::Result<void> remove(const std::string& path, const std::string& name) override {
     if (lremovexattr(path.c_str(), name.c_str()) != 0) return sys::errnoError(errno);
     return sys::success();

@@ -106,21 +106,24 @@ std::size_t firstNonAscii(const unsigned char* p, std::size_t n) {
   return n;
 }
 
-void appendUTF8(std::string& out, std::uint32_t u) {
+// Writes code point `u` as UTF-8 at `o`; returns the end of what it wrote.
+char* putUTF8(char* o, std::uint32_t u) {
   if (u < 0x80) {
-    out.push_back(static_cast<char>(u));
+    *o++ = static_cast<char>(u);
   } else if (u < 0x800) {
-    char b[2] = {static_cast<char>(0xC0 | (u >> 6)), static_cast<char>(0x80 | (u & 0x3F))};
-    out.append(b, 2);
+    *o++ = static_cast<char>(0xC0 | (u >> 6));
+    *o++ = static_cast<char>(0x80 | (u & 0x3F));
   } else if (u < 0x10000) {
-    char b[3] = {static_cast<char>(0xE0 | (u >> 12)), static_cast<char>(0x80 | ((u >> 6) & 0x3F)),
-                 static_cast<char>(0x80 | (u & 0x3F))};
-    out.append(b, 3);
+    *o++ = static_cast<char>(0xE0 | (u >> 12));
+    *o++ = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+    *o++ = static_cast<char>(0x80 | (u & 0x3F));
   } else {
-    char b[4] = {static_cast<char>(0xF0 | (u >> 18)), static_cast<char>(0x80 | ((u >> 12) & 0x3F)),
-                 static_cast<char>(0x80 | ((u >> 6) & 0x3F)), static_cast<char>(0x80 | (u & 0x3F))};
-    out.append(b, 4);
+    *o++ = static_cast<char>(0xF0 | (u >> 18));
+    *o++ = static_cast<char>(0x80 | ((u >> 12) & 0x3F));
+    *o++ = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+    *o++ = static_cast<char>(0x80 | (u & 0x3F));
   }
+  return o;
 }
 
 // Offsets and references may take any whole number of bytes up to eight.
@@ -365,10 +368,16 @@ class BinaryReader {
             "ASCII string holds byte 0x" + hex(p[bad]) + " at byte " + std::to_string(pos + bad));
       return Value(std::string_view(reinterpret_cast<const char*>(p), n));
     }
-    std::string out;
-    out.reserve(n * 3);
+    // At most three bytes of UTF-8 per UTF-16 unit (a pair's four bytes
+    // stand for two units): written in place, the length set once at the end.
+    std::string out(n * 3, '\0');
+    char* o = out.data();
     for (std::size_t k = 0; k < n; ++k) {
       std::uint32_t u = static_cast<std::uint32_t>(p[2 * k] << 8 | p[2 * k + 1]);
+      if (u < 0x80) {
+        *o++ = static_cast<char>(u);
+        continue;
+      }
       if (u >= 0xD800 && u <= 0xDBFF && k + 1 < n) {
         std::uint32_t u2 = static_cast<std::uint32_t>(p[2 * k + 2] << 8 | p[2 * k + 3]);
         if (u2 >= 0xDC00 && u2 <= 0xDFFF) {
@@ -378,13 +387,20 @@ class BinaryReader {
       }
       // A lone surrogate cannot be UTF-8; it becomes U+FFFD.
       if (u >= 0xD800 && u <= 0xDFFF) u = 0xFFFD;
-      appendUTF8(out, u);
+      o = putUTF8(o, u);
     }
+    out.resize(static_cast<std::size_t>(o - out.data()));
     return Value(std::move(out));
   }
 
   bool ref(std::size_t pos, std::uint64_t index, std::size_t offset, std::uint64_t& target) {
-    target = readBigEndian(b_ + pos, refSize_);
+    // One or two bytes in nearly every list: read here, without the call.
+    if (refSize_ == 1)
+      target = b_[pos];
+    else if (refSize_ == 2)
+      target = static_cast<std::uint64_t>(b_[pos]) << 8 | b_[pos + 1];
+    else
+      target = readBigEndian(b_ + pos, refSize_);
     if (target >= count_) {
       failObject(index, offset,
                  "reference to object " + std::to_string(target) + " beyond the " +

@@ -201,10 +201,18 @@ class XmlReader {
     return fail(at, "DOCTYPE is not closed (missing \">\")"), false;
   }
 
+  static constexpr std::string_view kStandardProlog =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST "
+      "1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n";
+
   Value parseDocument() {
     if (startsWith("\xEF\xBB\xBF")) p_ = 3;
     if (auto bad = text::firstInvalidUTF8(s_); bad != std::string_view::npos)
       return fail(bad, "invalid UTF-8 byte 0x" + hex(static_cast<unsigned char>(s_[bad])));
+    // The prolog every writer of the format puts first, byte for byte, is
+    // passed over at once: what the loop below accepts it as, without
+    // searching it (small lists, an attribute each, are mostly prolog).
+    if (startsWith(kStandardProlog)) p_ += kStandardProlog.size();
     while (true) {
       while (!atEnd() && isSpace(s_[p_])) ++p_;
       if (startsWith("<?xml") && p_ + 5 < s_.size() && (isSpace(s_[p_ + 5]) || s_[p_ + 5] == '?')) {
